@@ -1,0 +1,41 @@
+// Copyright Marvolith contributors.
+// marvolith: the command-line front end of the headless host.
+#include <cstdio>
+#include <exception>
+
+#include "apps/marvolith/commands.h"
+
+namespace marvolith::cli {
+
+const char* VersionText() { return "Marvolith 2.02.02"; }
+
+int Fail(const std::string& message) {
+  std::fprintf(stderr, "marvolith: %s\n", message.c_str());
+  return 1;
+}
+
+}  // namespace marvolith::cli
+
+int main(int argc, char** argv) {
+  using namespace marvolith::cli;
+  CLI::App app{"Marvolith: character rigging and animation toolkit (headless host)", "marvolith"};
+  app.set_version_flag("--version", VersionText());
+  app.require_subcommand(0, 1);
+  AddDemoCommand(app);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion&) {
+    std::printf("%s\n", VersionText());
+    return 0;
+  } catch (const CLI::ParseError& e) {
+    return Fail(e.what());
+  } catch (const std::exception& e) {
+    return Fail(e.what());
+  }
+  if (app.get_subcommands().empty()) {
+    std::printf("%s", app.help().c_str());
+  }
+  return 0;
+}

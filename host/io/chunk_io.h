@@ -1,0 +1,87 @@
+// Copyright Marvolith contributors.
+// ISave and ILoad: every object saves itself as a tree of flat chunks and skips unknown ones.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "host/core/ids.h"
+
+class ReferenceTarget;
+using USHORT = std::uint16_t;
+
+/// Writes a chunk tree. A chunk holds either raw data or other chunks, never both.
+class ISave {
+ public:
+  virtual ~ISave() = default;
+  /// Opens a chunk inside the current one (which thereby becomes a container).
+  virtual void BeginChunk(USHORT id) = 0;
+  /// Closes the innermost chunk.
+  virtual void EndChunk() = 0;
+  /// Appends nbytes to the innermost chunk; *written gets the count written.
+  virtual IOResult Write(const void* buf, ULONG nbytes, ULONG* written) = 0;
+  /// Writes text as UTF-8 followed by a terminating zero byte.
+  virtual IOResult WriteWString(std::string_view text);
+  IOResult WriteCString(std::string_view text) { return WriteWString(text); }
+  /// The scene-wide number of target for back-patching, -1 for null or when no scene is being
+  /// saved.
+  virtual int GetRefID(ReferenceTarget* target) { return -1; }
+};
+
+/// Called after every object of a file is loaded and its references are set.
+class PostLoadCallback {
+ public:
+  virtual ~PostLoadCallback() = default;
+  virtual void proc(class ILoad* iload) = 0;
+};
+
+/// Reads a chunk tree written by ISave.
+class ILoad {
+ public:
+  virtual ~ILoad() = default;
+  /// Opens the next chunk at the current level: IO_OK, IO_END when the level has no more chunks,
+  /// IO_ERROR when the data is damaged (every later call fails too).
+  virtual IOResult OpenChunk() = 0;
+  virtual USHORT CurChunkID() = 0;
+  /// Bytes of data in the open chunk (for a container, the bytes of its sub-chunks).
+  virtual ULONG CurChunkLength() = 0;
+  /// Skips the rest of the open chunk and returns to its parent's level.
+  virtual IOResult CloseChunk() = 0;
+  /// Reads nbytes from the open chunk; IO_ERROR (with *read short) past its end.
+  virtual IOResult Read(void* buf, ULONG nbytes, ULONG* read) = 0;
+  /// Reads the zero-terminated text written by WriteWString.
+  virtual IOResult ReadWStringChunk(std::string& text);
+  IOResult ReadCStringChunk(std::string& text) { return ReadWStringChunk(text); }
+  /// Asks for *slot to receive the object with scene number ref_id once all objects exist.
+  /// Without a scene being loaded nothing is patched.
+  virtual void RecordBackpatch(int ref_id, void** slot) {}
+  virtual void RegisterPostLoadCallback(PostLoadCallback* cb) {}
+};
+
+/// Writes a trivially copyable value as its bytes, in one chunk of id.
+template <typename T>
+IOResult SaveChunk(ISave* isave, USHORT id, const T& value) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  ULONG written = 0;
+  isave->BeginChunk(id);
+  IOResult res = isave->Write(&value, sizeof(T), &written);
+  isave->EndChunk();
+  return res == IO_OK && written == sizeof(T) ? IO_OK : IO_ERROR;
+}
+
+/// Reads a trivially copyable value from the open chunk. A chunk of another size is damaged: the
+/// value is left as it was and IO_ERROR is answered.
+template <typename T>
+IOResult LoadValue(ILoad* iload, T& value) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  if (iload->CurChunkLength() != sizeof(T)) return IO_ERROR;
+  T tmp;
+  ULONG read = 0;
+  IOResult res = iload->Read(&tmp, sizeof(T), &read);
+  if (res != IO_OK || read != sizeof(T)) return IO_ERROR;
+  value = tmp;
+  return IO_OK;
+}

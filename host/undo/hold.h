@@ -1,0 +1,111 @@
+// Copyright Marvolith contributors.
+// Undo: theHold collects restore records between Begin and Accept into one named entry.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/core/animatable.h"
+
+/// One reversible change. Records made by the toolkit keep the AnimHandle of their object, not a
+/// pointer, and do nothing when the handle no longer resolves.
+class RestoreObj {
+ public:
+  virtual ~RestoreObj() = default;
+  /// Puts the before state back. When is_undo is true (an undo, not a cancel) the record first
+  /// captures the after state so that Redo can reapply it.
+  virtual void Restore(int is_undo) = 0;
+  virtual void Redo() = 0;
+  /// Rough size in bytes, for the host's memory accounting.
+  virtual int Size() { return 1; }
+  /// Called once when the hold that holds this record ends (accepted or cancelled): clears the
+  /// object's A_HELD flag so that the next hold records it again.
+  virtual void EndHold() {}
+  virtual MSTR Description() { return "---"; }
+};
+
+/// The host's undo system. One instance, theHold.
+class Hold {
+ public:
+  Hold() = default;
+  ~Hold();
+  Hold(const Hold&) = delete;
+  Hold& operator=(const Hold&) = delete;
+
+  /// Opens a hold; holds nest, and only the outermost Accept makes an undo entry.
+  void Begin();
+  /// Takes ownership of rob. Records put while not Holding() are deleted at once.
+  void Put(RestoreObj* rob);
+  /// Closes the innermost hold. The outermost one becomes an undo entry named name (nothing when
+  /// no record was put), and the redo stack is dropped.
+  void Accept(const MSTR& name);
+  /// Closes the innermost hold, restoring and dropping the records it collected.
+  void Cancel();
+  /// Restores the records of the open hold (innermost level) and drops them, leaving the hold
+  /// open: a drag reapplies its whole change from the start state on each move.
+  void Restore();
+  /// True inside Begin/Accept, not suspended, and not while restoring or redoing.
+  bool Holding() const;
+  /// Suspends recording; nests.
+  void Suspend() { ++suspend_; }
+  void Resume() {
+    if (suspend_ > 0) --suspend_;
+  }
+  bool IsSuspended() const { return suspend_ > 0; }
+  bool Restoring() const { return restoring_; }
+  bool Redoing() const { return redoing_; }
+  /// Depth of open holds.
+  int HoldLevel() const { return static_cast<int>(levels_.size()); }
+
+  // The undo and redo stacks.
+  /// Undoes the newest entry; false when there is none or a hold is open.
+  bool Undo();
+  /// Redoes the newest undone entry; false when there is none or a hold is open.
+  bool Redo();
+  int UndoCount() const { return static_cast<int>(undo_.size()); }
+  int RedoCount() const { return static_cast<int>(redo_.size()); }
+  /// Name of the entry i places from the top of the undo (redo) stack; empty when absent.
+  MSTR UndoName(int i = 0) const;
+  MSTR RedoName(int i = 0) const;
+  /// Drops every entry and any open hold without restoring (scene reset, file open).
+  void Clear();
+  /// Keeps at most levels entries on the undo stack (oldest dropped first); 0 means no limit.
+  void SetMaxLevels(int levels);
+
+ private:
+  struct Entry {
+    MSTR name;
+    std::vector<std::unique_ptr<RestoreObj>> records;
+  };
+  void RestoreRange(size_t from, int is_undo);
+  void Trim();
+
+  std::vector<std::unique_ptr<RestoreObj>> open_;  // records of the open hold
+  std::vector<size_t> levels_;                     // open_ size at each Begin
+  std::vector<Entry> undo_;
+  std::vector<Entry> redo_;
+  int suspend_ = 0;
+  int max_levels_ = 100;
+  bool restoring_ = false;
+  bool redoing_ = false;
+};
+
+extern Hold theHold;
+
+/// True while theHold is restoring or redoing: caches compared between evaluations stay as they
+/// are then.
+bool IsUndoingOrRedoing();
+
+/// Suspends theHold for the lifetime of the guard, also when an exception passes.
+class HoldSuspend {
+ public:
+  HoldSuspend() { theHold.Suspend(); }
+  ~HoldSuspend() { theHold.Resume(); }
+  HoldSuspend(const HoldSuspend&) = delete;
+  HoldSuspend& operator=(const HoldSuspend&) = delete;
+};
+
+/// The one-record-per-hold idiom: true when a record for anim should be put now (holding, not
+/// suspended, A_HELD clear); sets A_HELD. Records clear it again in EndHold.
+bool HoldWantsRecord(Animatable* anim);

@@ -1,0 +1,135 @@
+// Copyright Marvolith contributors.
+#include "host/io/chunk_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace marvolith::test {
+namespace {
+
+std::vector<std::uint8_t> SampleTree() {
+  ChunkWriter w;
+  w.BeginChunk(0x100);
+  SaveChunk(&w, 0x0000, 1.5f);
+  w.BeginChunk(0x0200);
+  SaveChunk(&w, 0x0001, std::int32_t{-7});
+  w.EndChunk();
+  w.BeginChunk(0x0002);
+  w.WriteWString("Parent Rot");
+  w.EndChunk();
+  SaveChunk(&w, 0x7777, std::uint8_t{9});  // a chunk an old reader does not know
+  w.EndChunk();
+  EXPECT_TRUE(w.Ok());
+  return w.Bytes();
+}
+
+TEST(ChunkStreamTest, TreeReadsBackAndUnknownChunksAreSkipped) {
+  const auto bytes = SampleTree();
+  ASSERT_EQ(bytes.size(), 6u + (6 + 4) + (6 + 6 + 4) + (6 + 11) + (6 + 1));
+  ChunkReader r(bytes);
+  ASSERT_EQ(r.OpenChunk(), IO_OK);
+  EXPECT_EQ(r.CurChunkID(), 0x100);
+  EXPECT_TRUE(r.CurChunkIsContainer());
+  float f = 0;
+  std::int32_t i = 0;
+  std::string text;
+  IOResult res;
+  int seen = 0;
+  while ((res = r.OpenChunk()) == IO_OK) {
+    switch (r.CurChunkID()) {
+      case 0x0000:
+        EXPECT_EQ(LoadValue(&r, f), IO_OK);
+        break;
+      case 0x0200:
+        ASSERT_EQ(r.OpenChunk(), IO_OK);
+        EXPECT_EQ(LoadValue(&r, i), IO_OK);
+        r.CloseChunk();
+        EXPECT_EQ(r.OpenChunk(), IO_END);
+        break;
+      case 0x0002:
+        EXPECT_EQ(r.ReadWStringChunk(text), IO_OK);
+        break;
+      default:
+        break;
+    }
+    ++seen;
+    ASSERT_EQ(r.CloseChunk(), IO_OK);
+  }
+  EXPECT_EQ(res, IO_END);
+  EXPECT_EQ(seen, 4);
+  EXPECT_EQ(f, 1.5f);
+  EXPECT_EQ(i, -7);
+  EXPECT_EQ(text, "Parent Rot");
+  r.CloseChunk();
+  EXPECT_EQ(r.OpenChunk(), IO_END);
+  EXPECT_TRUE(r.Ok());
+}
+
+TEST(ChunkStreamTest, DamagedDataFailsWithoutReadingPastTheEnd) {
+  const auto bytes = SampleTree();
+  {
+    SCOPED_TRACE("every truncation fails cleanly somewhere");
+    for (size_t cut = 1; cut < bytes.size(); ++cut) {
+      std::vector<std::uint8_t> part(bytes.begin(), bytes.begin() + cut);
+      ChunkReader r(part);
+      IOResult res = r.OpenChunk();
+      EXPECT_EQ(res, IO_ERROR) << "cut at " << cut << ": the outer length no longer fits";
+    }
+  }
+  {
+    SCOPED_TRACE("a value chunk of the wrong size leaves the value alone");
+    ChunkWriter w;
+    SaveChunk(&w, 1, std::uint16_t{3});
+    ChunkReader r(w.Bytes());
+    ASSERT_EQ(r.OpenChunk(), IO_OK);
+    float f = 2.0f;
+    EXPECT_EQ(LoadValue(&r, f), IO_ERROR);
+    EXPECT_EQ(f, 2.0f);
+  }
+  {
+    SCOPED_TRACE("nesting deeper than the limit is refused");
+    ChunkWriter w;
+    for (int d = 0; d < ChunkReader::kMaxDepth + 1; ++d) w.BeginChunk(1);
+    for (int d = 0; d < ChunkReader::kMaxDepth + 1; ++d) w.EndChunk();
+    ChunkReader r(w.Bytes());
+    IOResult res = IO_OK;
+    while (res == IO_OK) res = r.OpenChunk();
+    EXPECT_EQ(res, IO_ERROR);
+    EXPECT_EQ(r.Depth(), ChunkReader::kMaxDepth);
+  }
+  {
+    SCOPED_TRACE("text without its terminating zero");
+    ChunkWriter w;
+    w.BeginChunk(1);
+    ULONG n;
+    w.Write("abc", 3, &n);
+    w.EndChunk();
+    ChunkReader r(w.Bytes());
+    ASSERT_EQ(r.OpenChunk(), IO_OK);
+    std::string text = "kept";
+    EXPECT_EQ(r.ReadWStringChunk(text), IO_ERROR);
+    EXPECT_EQ(text, "kept");
+  }
+}
+
+TEST(ChunkStreamTest, WriterRefusesMixedChunks) {
+  ChunkWriter w;
+  w.BeginChunk(1);
+  ULONG n;
+  w.Write("x", 1, &n);
+  w.BeginChunk(2);
+  w.EndChunk();
+  w.EndChunk();
+  EXPECT_FALSE(w.Ok());
+  ChunkWriter unbalanced;
+  unbalanced.EndChunk();
+  EXPECT_FALSE(unbalanced.Ok());
+  ChunkWriter open;
+  open.BeginChunk(1);
+  EXPECT_FALSE(open.Ok());
+}
+
+}  // namespace
+}  // namespace marvolith::test
