@@ -63,6 +63,15 @@ class SetXFormPacket {
   bool localOrigin = false;
 };
 
+/// Number of the interface that answers the object as a Control (Animatable::GetInterface).
+inline constexpr ULONG I_CONTROL = 0x1010;
+/// Number of the key access interface IKeyControl.
+inline constexpr ULONG I_KEYCONTROL = 0x1100;
+/// Number of the locked-track interface for Animatable::GetInterface(ULONG).
+inline constexpr ULONG I_LOCKED = 5008;
+/// Number of the Euler rotation interface for Animatable::GetInterface(ULONG).
+inline constexpr ULONG I_EULERCTRL = 4992;
+
 // Out-of-range types and which end they apply to.
 inline constexpr int ORT_BEFORE = 1;
 inline constexpr int ORT_AFTER = 2;
@@ -79,6 +88,11 @@ inline constexpr int ORT_RELATIVE_REPEAT = 7;
 /// and for every transform controller, a Matrix3 (a SetXFormPacket for transform SetValue).
 class Control : public ReferenceTarget {
  public:
+  void* GetInterface(ULONG id) override {
+    return id == I_CONTROL ? static_cast<Control*>(this) : ReferenceTarget::GetInterface(id);
+  }
+  using ReferenceTarget::GetInterface;
+
   /// Evaluates at t into *val and narrows valid to the interval over which the result holds.
   virtual void GetValue(TimeValue t, void* val, Interval& valid,
                         GetSetMethod method = CTRL_ABSOLUTE) = 0;
@@ -119,11 +133,6 @@ class Control : public ReferenceTarget {
   virtual int GetORT(int type) { return ORT_CONSTANT; }
   virtual void EnableORTs(bool enable) {}
 };
-
-/// Number of the locked-track interface for Animatable::GetInterface(ULONG).
-inline constexpr ULONG I_LOCKED = 5008;
-/// Number of the Euler rotation interface for Animatable::GetInterface(ULONG).
-inline constexpr ULONG I_EULERCTRL = 4992;
 
 /// A track that can be locked against edits.
 class ILockedTrack {

@@ -86,7 +86,7 @@ inline constexpr SClass_ID CTRL_MATRIX3_CLASS_ID = 0x00009008;
 inline constexpr SClass_ID CTRL_POSITION_CLASS_ID = 0x0000900b;
 inline constexpr SClass_ID CTRL_ROTATION_CLASS_ID = 0x0000900c;
 inline constexpr SClass_ID CTRL_SCALE_CLASS_ID = 0x0000900d;
-inline constexpr SClass_ID CTRL_POINT4_CLASS_ID = 0x00009010;
+inline constexpr SClass_ID CTRL_POINT4_CLASS_ID = 0x00009012;
 /// Passed to NotifyDependents to reach every dependent whatever its super class.
 inline constexpr SClass_ID NOTIFY_ALL = 0xfffffff0;
 
