@@ -37,7 +37,7 @@ class Interval {
   constexpr bool IsInfinite() const {
     return start_ == TIME_NegInfinity && end_ == TIME_PosInfinity;
   }
-  /// Length in ticks, 0 for an empty interval; saturates for infinite ones.
+  /// Length in ticks, 0 for an empty interval (2^32 for FOREVER: 64-bit on purpose).
   constexpr std::int64_t Duration() const {
     return Empty() ? 0 : std::int64_t(end_) - std::int64_t(start_) + 1;
   }

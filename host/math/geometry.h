@@ -1,0 +1,41 @@
+// Copyright Marvolith contributors.
+// Solver geometry shared by the chains, constraints and float tracks: guarded division, aim
+// rotations and look-at frames. Quaternions follow quat.h's convention.
+#pragma once
+
+#include "host/math/matrix3.h"
+#include "host/math/point3.h"
+#include "host/math/quat.h"
+
+/// a / b, with b replaced by eps when |b| is below eps (so a tiny negative divisor turns
+/// positive). eps > 0 is the caller's (kSolverSafeDivEpsilon, kFloatMathSafeDivEpsilon).
+inline float SafeDiv(float a, float b, float eps) { return a / ((b < 0 ? -b : b) < eps ? eps : b); }
+
+/// The quaternion (sin(-a/2), 0, 0, cos(-a/2)): the turn by a radians about X in the sense of
+/// RotateXMatrix(a) (Y towards Z).
+Quat XRotation(float a);
+
+/// The shortest rotation taking +X onto the direction of v: angle acos(v.x / |v|), axis the
+/// normal of (0, v.z, -v.y). |v| below kAimXMinLength gives the identity; v along -X (no
+/// unique axis) gives the half turn about +Z.
+Quat AimX(const Point3& v);
+
+/// The shortest rotation taking the direction of a onto that of b: angle acos(a.b / (|a||b|)),
+/// axis normalize(b x a). The angle is 0 (identity) when |a||b| is below
+/// kRotationBetweenMinLengthProduct; opposite a and b (no unique axis) give the half turn about
+/// the normal of a x W, W the world axis least aligned with a.
+Quat RotationBetween(const Point3& a, const Point3& b);
+
+/// The angle of RotationBetween(a, b) alone, radians in [0, pi]; 0 when |a||b| is below
+/// kRotationBetweenMinLengthProduct.
+float AngleBetween(const Point3& a, const Point3& b);
+
+/// A right-handed orthonormal frame at o: X = normalize(a - o), Z = normalize(X x
+/// normalize(b - o)), Y = normalize(Z x X), translation o. Degenerate input: a at o gives X =
+/// +X; b on the X line (or at o) gives Z = normalize(X x W), W the world axis least aligned
+/// with X (so the world frame when X is +X).
+Matrix3 LookFrame(const Point3& o, const Point3& a, const Point3& b);
+
+/// LookFrame without origin: X = normalize(a), Z = normalize(X x normalize(b)),
+/// Y = normalize(Z x X), translation zero; the same degenerate rules with o = 0.
+Matrix3 AimFrame(const Point3& a, const Point3& b);

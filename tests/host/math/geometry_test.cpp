@@ -1,0 +1,91 @@
+// Copyright Marvolith contributors.
+#include "host/math/geometry.h"
+
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+#include <rapidcheck/gtest.h>
+
+#include <cmath>
+#include <numbers>
+
+#include "tests/support/math_generators.h"
+#include "tests/support/math_matchers.h"
+
+using marvolith::test::GenPoint3;
+using marvolith::test::MatrixOf;
+
+namespace {
+
+constexpr float kPi = std::numbers::pi_v<float>;
+
+// Directions long enough that no length guard applies.
+rc::Gen<Point3> GenDirection() {
+  return rc::gen::apply([](const Point3& u, float len) { return u * len; },
+                        marvolith::test::GenUnitVector(), marvolith::test::GenFloat(0.2f, 50.0f));
+}
+
+}  // namespace
+
+TEST(GeometryTest, SafeDivAndXRotation) {
+  EXPECT_FLOAT_EQ(SafeDiv(3.0f, -2.0f, 0.001f), -1.5f);
+  EXPECT_FLOAT_EQ(SafeDiv(1.0f, 0.0f, 0.001f), 1000.0f);
+  EXPECT_FLOAT_EQ(SafeDiv(1.0f, -1e-6f, 0.001f), 1000.0f)
+      << "a tiny negative divisor turns positive";
+  EXPECT_QUAT_NEAR(XRotation(0.5f), Quat(std::sin(-0.25f), 0, 0, std::cos(-0.25f)), 0.0f);
+  EXPECT_MATRIX3_NEAR(MatrixOf(XRotation(-2.0f)), RotateXMatrix(-2.0f), 1e-6f);
+}
+
+RC_GTEST_PROP(GeometryProperty, AimAndRotationBetweenTakeOneDirectionOntoTheOther, ()) {
+  Point3 a = *GenDirection();
+  Point3 b = *GenDirection();
+  Quat aim = AimX(b);
+  RC_ASSERT_POINT3_NEAR(Point3::XAxis * MatrixOf(aim), Normalize(b), 2e-6f);
+  RC_ASSERT(std::fabs(aim.x) < 1e-6f);  // shortest: the axis is normal to X
+  RC_ASSERT_POINT3_NEAR(Normalize(a) * MatrixOf(RotationBetween(a, b)), Normalize(b), 5e-6f);
+  RC_ASSERT(std::fabs(std::cos(AngleBetween(a, b)) - Normalize(a) % Normalize(b)) < 1e-5f);
+}
+
+TEST(GeometryTest, AimDegenerateDirections) {
+  EXPECT_TRUE(AimX(Point3(0.005f, 0.005f, 0)).IsIdentity()) << "shorter than 0.01";
+  EXPECT_MATRIX3_NEAR(MatrixOf(AimX(Point3(-2, 0, 0))), RotateZMatrix(kPi), 1e-6f)
+      << "-X: the half turn about Z";
+  const float h = std::sqrt(0.5f);
+  EXPECT_QUAT_NEAR(AimX(Point3(0, 3, 0)), Quat(0, 0, -h, h), 1e-6f) << "the host's components";
+  EXPECT_TRUE(RotationBetween(Point3(0.05f, 0, 0), Point3(0, 0.1f, 0)).IsIdentity())
+      << "lengths multiply to below 0.01";
+  EXPECT_EQ(AngleBetween(Point3(0.05f, 0, 0), Point3(0, 0.1f, 0)), 0.0f);
+  EXPECT_TRUE(RotationBetween(Point3(1, 2, 3), Point3(2, 4, 6)).IsIdentity());
+  for (Point3 a : {Point3(1, 2, 3), Point3::ZAxis, Point3(-4, 0, 0)}) {
+    SCOPED_TRACE(testing::PrintToString(a));
+    EXPECT_POINT3_NEAR(Normalize(a) * MatrixOf(RotationBetween(a, -a)), -Normalize(a), 1e-6f);
+    EXPECT_NEAR(AngleBetween(a, -a), kPi, 1e-6f);
+  }
+}
+
+RC_GTEST_PROP(GeometryProperty, LookFrameIsARightHandedFrameTowardsItsPoints, ()) {
+  Point3 o = *GenPoint3(50.0f);
+  Point3 a = o + *GenDirection();
+  Point3 b = o + *GenDirection();
+  RC_PRE(std::fabs(Normalize(a - o) % Normalize(b - o)) < 0.999f);
+  Matrix3 f = LookFrame(o, a, b);
+  RC_ASSERT(f.GetTrans() == o);
+  RC_ASSERT_POINT3_NEAR(f.GetRow(0), Normalize(a - o), 1e-5f);
+  RC_ASSERT(std::fabs(f.GetRow(2) % (b - o)) < 1e-3f * (b - o).Length());  // b in the XY plane
+  RC_ASSERT(f.GetRow(1) % (b - o) > 0.0f);                                 // on the +Y side
+  Matrix3 rows = f;
+  rows.NoTrans();
+  RC_ASSERT_MATRIX3_NEAR(rows * Inverse(rows), Matrix3(), 1e-5f);
+  RC_ASSERT(std::fabs(f.Determinant() - 1.0f) < 1e-5f);
+  RC_ASSERT_MATRIX3_NEAR(AimFrame(a - o, b - o), rows, 0.0f);
+}
+
+TEST(GeometryTest, LookFrameDegenerateInput) {
+  Point3 o(1, 2, 3);
+  EXPECT_MATRIX3_NEAR(LookFrame(o, o, o + Point3(0, 5, 0)), TransMatrix(o), 1e-6f)
+      << "aim point at the origin: X is +X";
+  EXPECT_MATRIX3_NEAR(LookFrame(o, o + Point3(3, 0, 0), o + Point3(7, 0, 0)), TransMatrix(o), 1e-6f)
+      << "up point on the aim line: Z from the least aligned world axis";
+  Matrix3 g = AimFrame(Point3(0, 0, 2), Point3());
+  EXPECT_POINT3_NEAR(g.GetRow(0), Point3::ZAxis, 0.0f);
+  EXPECT_NEAR(g.Determinant(), 1.0f, 1e-6f);
+}
