@@ -58,7 +58,10 @@ class ILoad {
   /// Asks for *slot to receive the object with scene number ref_id once all objects exist.
   /// Without a scene being loaded nothing is patched.
   virtual void RecordBackpatch(int ref_id, void** slot) {}
-  virtual void RegisterPostLoadCallback(PostLoadCallback* cb) {}
+  /// Runs cb->proc once every object of the file exists and is linked. The loader owns cb: it
+  /// deletes it after proc ran, or unrun when the load fails; proc must not delete it. Without a
+  /// scene being loaded cb is deleted at once.
+  virtual void RegisterPostLoadCallback(PostLoadCallback* cb) { delete cb; }
 };
 
 /// Writes a trivially copyable value as its bytes, in one chunk of id.
@@ -78,10 +81,10 @@ template <typename T>
 IOResult LoadValue(ILoad* iload, T& value) {
   static_assert(std::is_trivially_copyable_v<T>);
   if (iload->CurChunkLength() != sizeof(T)) return IO_ERROR;
-  T tmp;
+  unsigned char tmp[sizeof(T)];
   ULONG read = 0;
-  IOResult res = iload->Read(&tmp, sizeof(T), &read);
+  IOResult res = iload->Read(tmp, sizeof(T), &read);
   if (res != IO_OK || read != sizeof(T)) return IO_ERROR;
-  value = tmp;
+  std::memcpy(&value, tmp, sizeof(T));  // memcpy: T may be an array
   return IO_OK;
 }
