@@ -1,0 +1,26 @@
+// Copyright Marvolith contributors.
+// The module's string table and its one lookup routine.
+#pragma once
+
+#include "host/registry/class_desc.h"
+
+namespace marvolith {
+
+// String ids that code names; class names have ids 1000 + class index (256 for UIAction).
+inline constexpr int IDS_CATEGORY_ANIMATION = 100;
+inline constexpr int IDS_CATEGORY_SPLINES = 101;
+inline constexpr int IDS_CATEGORY_NONE = 102;
+inline constexpr int IDS_LIB_DESCRIPTION = 1;
+inline constexpr int IDS_ANIM_LAYERS_ACTIVE_FILTER = 962;
+
+/// The text of string id, copied into one static buffer of 512 characters shared by every call,
+/// so a caller that needs two texts at once copies the first. Null when the module instance is
+/// not set or the id is unknown.
+const char* GetString(int id);
+
+/// The module's instance handle, set when the module is attached to the process; null before.
+HINSTANCE GetModuleInstance();
+/// Stores the instance handle (the module's attach routine; tests that use descriptors call it).
+void SetModuleInstance(HINSTANCE instance);
+
+}  // namespace marvolith
