@@ -104,6 +104,10 @@ class Animatable {
   // Custom attributes: a container exists on demand on any animatable.
   virtual ICustAttribContainer* GetCustAttribContainer() { return custattrib_; }
   void SetCustAttribContainer(ICustAttribContainer* cc) { custattrib_ = cc; }
+  /// Makes this animatable's container when it has none (host/scene implements it).
+  void AllocCustAttribContainer();
+  /// Deletes the container and its attributes (undoable); nothing when there is none.
+  void DeleteCustAttribContainer();
 
   // Flags.
   void SetAFlag(DWORD mask) { aflag_ |= mask; }

@@ -118,7 +118,7 @@ inline constexpr RefMessage REFMSG_REF_DELETED = 0x00000104;
 inline constexpr RefMessage REFMSG_REF_ADDED = 0x00000105;
 inline constexpr RefMessage REFMSG_NODE_LINK = 0x0000010b;
 inline constexpr RefMessage REFMSG_NODE_WSCACHE_UPDATED = 0x0000010d;
-inline constexpr RefMessage REFMSG_KEY_SELECTION_CHANGED = 0x00000112;
+inline constexpr RefMessage REFMSG_KEY_SELECTION_CHANGED = 0x00000239;  // 569
 inline constexpr RefMessage REFMSG_NODE_HANDLE_CHANGED = 0x00000113;
 inline constexpr RefMessage REFMSG_USER = 0x00010000;
 

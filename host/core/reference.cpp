@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "host/core/diagnostics.h"
+#include "host/scene/cust_attrib.h"
 #include "host/undo/hold.h"
 
 namespace {
@@ -73,6 +74,15 @@ void RefAccess::Relink(ReferenceMaker* maker, int i, RefTargetHandle target) {
   if (target) target->AddDependent(maker);
   maker->SetReference(i, target);
   if (old) old->RemoveDependent(maker);
+}
+
+bool RefAccess::RelinkChecked(ReferenceMaker* maker, int i, RefTargetHandle target) {
+  if (!target || maker->GetReference(i)) return false;
+  target->AddDependent(maker);
+  maker->SetReference(i, target);
+  if (maker->GetReference(i) == target) return true;
+  target->RemoveDependent(maker);
+  return false;
 }
 
 RefResult ReferenceMaker::ReplaceReference(int which, RefTargetHandle new_target, bool del_old) {
@@ -173,10 +183,13 @@ void ReferenceTarget::RemoveDependent(ReferenceMaker* maker) {
 void ReferenceTarget::BaseClone(ReferenceTarget* from, ReferenceTarget* to, RemapDir& remap) {
   // The parts every class shares are copied here; a class's own data is copied by its Clone.
   if (!from || !to) return;
+  CloneCustAttribs(from, to, remap);
 }
 
 void ReferenceTarget::DeleteMe() {
   if (TestAFlag(A_IS_DELETED)) return;
+  // The custom attributes go with their owner (undoably, like the rest).
+  DeleteCustAttribContainer();
   if (theHold.Holding()) theHold.Put(new DeleteRestore(this));
   SetAFlag(A_IS_DELETED);
   IncHoldCount();  // keeps this alive through the dependents' reactions

@@ -131,6 +131,9 @@ struct RefAccess {
   /// Sets slot i with dependent bookkeeping but without loop tests, undo or deletion of the old
   /// target; used while loading and restoring, where the state is known to be consistent.
   static void Relink(ReferenceMaker* maker, int i, RefTargetHandle target);
+  /// Relink of a slot that is empty, for loading: when the maker's SetReference does not take
+  /// target (a kind it refuses), the bookkeeping is taken back and false is answered.
+  static bool RelinkChecked(ReferenceMaker* maker, int i, RefTargetHandle target);
 };
 
 /// Work done after a clone's references are all mapped (re-pointing plain pointers, say).

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/scene/inode.h"
+#include "host/scene/scene.h"
 #include "host/undo/hold.h"
 
 namespace {
@@ -85,6 +86,11 @@ void BroadcastNotification(int code, void* call_param) {
     regs.erase(std::remove_if(regs.begin(), regs.end(), [](const auto& r) { return !r.live; }),
                regs.end());
   }
+}
+
+int NumNotificationCallbacks(int code) {
+  return static_cast<int>(std::count_if(Registrations().begin(), Registrations().end(),
+                                        [code](const auto& r) { return r.live && r.code == code; }));
 }
 
 Interface* GetCOREInterface() {
@@ -186,7 +192,30 @@ void Interface::UnRegisterTimeChangeCallback(TimeChangeCallback* tc) {
                         time_callbacks_.end());
 }
 
+INode* Interface::GetRootNode() { return Scene::Active().GetRootNode(); }
+
+INode* Interface::CreateObjectNode(Object* obj) { return Scene::Active().CreateObjectNode(obj); }
+
+INode* Interface::CreateObjectNode(Object* obj, const char* name) {
+  return Scene::Active().CreateObjectNode(obj, name ? MSTR(name) : MSTR());
+}
+
+INode* Interface::GetINodeByName(const char* name) {
+  return name ? Scene::Active().GetINodeByName(name) : nullptr;
+}
+
+void Interface::MakeNameUnique(MSTR& name) { Scene::Active().MakeNameUnique(name); }
+
+void Interface::DeleteNode(INode* node, bool redraw) {
+  if (!node) return;
+  node->Delete(time_, 1);
+  if (redraw) RedrawViews(time_);
+}
+
+ILayerManager* Interface::GetLayerManager() { return Scene::Active().GetLayerManager(); }
+
 void Interface::Reset() {
+  Scene::Active().Reset();
   time_ = 0;
   ticks_per_frame_ = 160;
   anim_range_ = Interval(0, 100 * 160);

@@ -7,6 +7,8 @@
 #include "host/core/animatable.h"
 
 class INode;
+class Object;
+class ILayerManager;
 
 // Notification codes.
 inline constexpr int NOTIFY_UNITS_CHANGE = 0x01;
@@ -41,6 +43,8 @@ bool UnRegisterNotification(NOTIFYPROC proc, void* param, int code);
 /// Calls every callback registered for code, in registration order. A callback may register or
 /// unregister during the broadcast; one removed before its turn is not called.
 void BroadcastNotification(int code, void* call_param = nullptr);
+/// Number of callbacks registered for code (a host query for start-up and shut-down checks).
+int NumNotificationCallbacks(int code);
 
 /// Told when the current time changes.
 class TimeChangeCallback {
@@ -72,6 +76,10 @@ inline constexpr int TASK_MODE_HIERARCHY = 3;
 inline constexpr int TASK_MODE_MOTION = 4;
 inline constexpr int TASK_MODE_DISPLAY = 5;
 inline constexpr int TASK_MODE_UTILITY = 6;
+
+/// Directory numbers of Interface::GetDir. The user settings directory holds "3dsMax.ini" and the
+/// ini files of plug-ins.
+inline constexpr int APP_PLUGCFG_DIR = 9;
 
 /// The host's core interface. One instance, from GetCOREInterface().
 class Interface {
@@ -114,6 +122,30 @@ class Interface {
   /// Empties the selection. Undoable.
   void ClearNodeSelection(bool redraw = true);
 
+  // The open scene (Scene::Active()).
+  /// The scene's root node, made on first use.
+  INode* GetRootNode();
+  /// A new node for obj (null allowed) under the root; see Scene::CreateObjectNode. Undoable.
+  INode* CreateObjectNode(Object* obj);
+  /// The same, named name (made unique).
+  INode* CreateObjectNode(Object* obj, const char* name);
+  /// The first node called name, or null.
+  INode* GetINodeByName(const char* name);
+  /// Makes name unique among the scene's node names ("Box" -> "Box001").
+  void MakeNameUnique(MSTR& name);
+  /// Deletes node (children move to its parent keeping their world transforms). Undoable.
+  void DeleteNode(INode* node, bool redraw = true);
+  /// The scene's host layers.
+  ILayerManager* GetLayerManager();
+
+  // Directories (host/scene/app_dirs.cpp).
+  /// The path of directory which, without a trailing separator; "" for a number the headless host
+  /// does not keep. APP_PLUGCFG_DIR is the user settings directory: $MARVOLITH_SETTINGS_DIR when
+  /// set, else $XDG_CONFIG_HOME/marvolith, else $HOME/.config/marvolith; it is created on use.
+  MSTR GetDir(int which) const;
+  /// The host's ini file: "3dsMax.ini" in the user settings directory.
+  MSTR GetMAXIniFile() const;
+
   // Views. The headless host has no views: redraw requests are counted so that tests can see
   // them, and the last time asked for is kept.
   void RedrawViews(TimeValue t);
@@ -125,7 +157,8 @@ class Interface {
   void UnRegisterTimeChangeCallback(TimeChangeCallback* tc);
 
   /// Back to a new scene's state: time 0, 30 fps, range 0..100 frames, world coordinates, no
-  /// selection. Callbacks stay registered.
+  /// selection, animate off, and an empty scene with empty undo stacks (Scene::Reset). Callbacks
+  /// stay registered.
   void Reset();
 
  private:

@@ -83,18 +83,10 @@ TEST_F(CoreInterfaceTest, AnimateSuspendNests) {
   EXPECT_FALSE(Animating());
 }
 
-class TestNode : public INode {
- public:
-  RefResult NotifyRefChanged(const Interval&, RefTargetHandle, PartID&, RefMessage,
-                             bool) override {
-    return REF_SUCCEED;
-  }
-};
-
 TEST_F(CoreInterfaceTest, SelectionIsUndoableAndForgetsDeletedNodes) {
   Interface* ip = GetCOREInterface();
-  auto* a = new TestNode;
-  auto* b = new TestNode;
+  INode* a = ip->CreateObjectNode(nullptr);
+  INode* b = ip->CreateObjectNode(nullptr);
   ip->SelectNode(a);
   theHold.Begin();
   ip->SelectNode(b, /*clear_sel=*/false);

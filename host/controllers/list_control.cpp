@@ -1,0 +1,489 @@
+// Copyright Marvolith contributors.
+#include "host/controllers/list_control.h"
+
+#include <cstdint>
+
+#include "host/controllers/internal/controller_desc.h"
+#include "host/controllers/internal/state_restore.h"
+#include "host/controllers/internal/value_ops.h"
+
+namespace hci = host_controllers_internal;
+
+namespace {
+
+constexpr USHORT kLockedChunk = 0x2535;
+constexpr USHORT kCountChunk = 0x0100;
+constexpr USHORT kActiveChunk = 0x0110;
+constexpr USHORT kWeightsChunk = 0x0120;
+constexpr USHORT kNamesChunk = 0x0130;
+constexpr USHORT kNameChunk = 0x0131;
+
+struct ListClass {
+  SClass_ID super_class;
+  Class_ID class_id;
+  const char* name;
+  const char* internal_name;
+};
+
+constexpr ListClass kListClasses[] = {
+    {CTRL_FLOAT_CLASS_ID, Class_ID(0x4b4b1000, 0), "Float List", "Float_List"},
+    {CTRL_POINT3_CLASS_ID, Class_ID(0x4b4b1001, 0), "Point3 List", "Point3_List"},
+    {CTRL_POSITION_CLASS_ID, Class_ID(0x4b4b1002, 0), "Position List", "Position_List"},
+    {CTRL_ROTATION_CLASS_ID, Class_ID(0x4b4b1003, 0), "Rotation List", "Rotation_List"},
+    {CTRL_SCALE_CLASS_ID, Class_ID(0x4b4b1004, 0), "Scale List", "Scale_List"},
+};
+
+const ListClass& ClassOf(SClass_ID super_class) {
+  for (const ListClass& c : kListClasses) {
+    if (c.super_class == super_class) return c;
+  }
+  return kListClasses[0];
+}
+
+}  // namespace
+
+ListControl::ListControl(SClass_ID super_class) : super_(ClassOf(super_class).super_class) {}
+
+Class_ID ListControl::ClassID() { return ClassOf(super_).class_id; }
+
+void ListControl::GetClassName(MSTR& s, bool) const { s = ClassOf(super_).name; }
+
+BaseInterface* ListControl::GetInterface(Interface_ID id) {
+  if (id == LIST_CONTROLLER_INTERFACE) return static_cast<IListControl*>(this);
+  return CompoundControl::GetInterface(id);
+}
+
+ListControl::State ListControl::GetState() const {
+  State s;
+  for (Control* c : items_) s.items.push_back(Animatable::GetHandleByAnim(c));
+  s.names = names_;
+  s.weights = weights_;
+  s.active = active_;
+  s.locked = locked_;
+  return s;
+}
+
+void ListControl::SetState(const State& s) {
+  // Unlink every slot, then link the restored ones: the dependents stay exact whatever moved.
+  for (int i = 0; i < GetListCount(); ++i) {
+    if (items_[i]) RefAccess::Relink(this, i, nullptr);
+  }
+  items_.assign(s.items.size(), nullptr);
+  names_ = s.names;
+  weights_ = s.weights;
+  names_.resize(items_.size());
+  weights_.resize(items_.size(), 1.0f);
+  active_ = s.active;
+  locked_ = s.locked;
+  for (int i = 0; i < GetListCount(); ++i) {
+    auto* target = static_cast<ReferenceTarget*>(Animatable::FindAnimIncludingDeleted(s.items[i]));
+    if (target) RefAccess::Relink(this, i, target);
+  }
+}
+
+void ListControl::StateRestored() { NotifyStructure(); }
+
+void ListControl::HoldState() { hci::HoldControllerState(this, "List Change"); }
+
+void ListControl::PutStructureRecord() {
+  // Structural changes interleave with the reference records of their slots, so each one
+  // records the whole list, not only the first in a hold.
+  if (theHold.Holding()) theHold.Put(new hci::StateRestore<ListControl>(this, "List Change"));
+}
+
+void ListControl::NotifyStructure() {
+  NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
+  NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);
+}
+
+void ListControl::SetReference(int i, RefTargetHandle target) {
+  if (i >= 0 && i < GetListCount()) items_[i] = dynamic_cast<Control*>(target);
+}
+
+void ListControl::SetActive(int index) {
+  if (index < 0 || index >= GetListCount() || index == active_) return;
+  HoldState();
+  active_ = index;
+  NotifyChange();
+}
+
+void ListControl::DeleteItem(int index) {
+  if (index < 0 || index >= GetListCount()) return;
+  ReplaceReference(index, nullptr);
+  PutStructureRecord();
+  items_.erase(items_.begin() + index);
+  names_.erase(names_.begin() + index);
+  weights_.erase(weights_.begin() + index);
+  if (active_ > index) --active_;
+  if (active_ >= GetListCount()) active_ = GetListCount() > 0 ? GetListCount() - 1 : 0;
+  NotifyStructure();
+}
+
+void ListControl::SetName(int index, const MSTR& name) {
+  if (index < 0 || index >= GetListCount() || names_[index] == name) return;
+  HoldState();
+  names_[index] = name;
+  NotifyStructure();
+}
+
+MSTR ListControl::GetName(int index) {
+  if (index < 0 || index >= GetListCount()) return MSTR();
+  if (!names_[index].empty() || !items_[index]) return names_[index];
+  return items_[index]->ClassName();
+}
+
+Control* ListControl::GetSubCtrl(int index) {
+  return index >= 0 && index < GetListCount() ? items_[index] : nullptr;
+}
+
+bool ListControl::SetSubCtrl(int index, Control* ctrl) {
+  if (index == GetListCount()) return Append(ctrl) >= 0;
+  if (index < 0 || index > GetListCount() || !ctrl || ctrl->SuperClassID() != super_) return false;
+  if (ReplaceReference(index, ctrl) != REF_SUCCEED) return false;
+  NotifyStructure();
+  return true;
+}
+
+bool ListControl::AssignController(Animatable* control, int i) {
+  return SetSubCtrl(i, dynamic_cast<Control*>(control));
+}
+
+float ListControl::GetSubCtrlWeight(int index, TimeValue) {
+  return index >= 0 && index < GetListCount() ? weights_[index] : 0.0f;
+}
+
+void ListControl::SetSubCtrlWeight(int index, float weight, TimeValue) {
+  if (index < 0 || index >= GetListCount() || weights_[index] == weight) return;
+  HoldState();
+  weights_[index] = weight;
+  NotifyChange();
+}
+
+int ListControl::Append(Control* ctrl, const MSTR& name) {
+  if (!ctrl || ctrl->SuperClassID() != super_ || GetListCount() >= kMaxListItems) return -1;
+  if (ctrl->TestForLoop(FOREVER, this) == REF_FAIL) return -1;
+  PutStructureRecord();
+  items_.push_back(nullptr);
+  names_.push_back(name);
+  weights_.push_back(1.0f);
+  const int index = GetListCount() - 1;
+  ReplaceReference(index, ctrl);
+  NotifyStructure();
+  return index;
+}
+
+void ListControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod method) {
+  if (!val) return;
+  const hci::ValueKind kind = hci::KindOf(super_);
+  const int n = GetListCount();
+  if (method != CTRL_ABSOLUTE &&
+      (kind == hci::ValueKind::kRotation || kind == hci::ValueKind::kPosition)) {
+    // The items' own relative GetValue, chained in order (which composes exactly as the
+    // absolute value below), so that an item with its own way of applying itself keeps it.
+    for (int i = 0; i < n; ++i) {
+      if (!items_[i] || weights_[i] == 0.0f) continue;
+      if (weights_[i] == 1.0f) {
+        items_[i]->GetValue(t, val, valid, CTRL_RELATIVE);
+      } else if (kind == hci::ValueKind::kRotation) {
+        Quat v;
+        items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
+        Quat wv = hci::Weighted(v, weights_[i]);
+        hci::ApplyRelative(kind, val, &wv);
+      } else {
+        Point3 v;
+        items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
+        Point3 wv = v * weights_[i];
+        hci::ApplyRelative(kind, val, &wv);
+      }
+    }
+    return;
+  }
+  switch (kind) {
+    case hci::ValueKind::kFloat: {
+      float sum = 0.0f;
+      for (int i = 0; i < n; ++i) {
+        if (!items_[i] || weights_[i] == 0.0f) continue;
+        float v = 0.0f;
+        items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
+        sum += v * weights_[i];
+      }
+      if (method == CTRL_ABSOLUTE) {
+        *static_cast<float*>(val) = sum;
+      } else {
+        hci::ApplyRelative(kind, val, &sum);
+      }
+      break;
+    }
+    case hci::ValueKind::kPoint3:
+    case hci::ValueKind::kPosition: {
+      Point3 sum;
+      for (int i = 0; i < n; ++i) {
+        if (!items_[i] || weights_[i] == 0.0f) continue;
+        Point3 v;
+        items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
+        sum += v * weights_[i];
+      }
+      if (method == CTRL_ABSOLUTE) {
+        *static_cast<Point3*>(val) = sum;
+      } else {
+        hci::ApplyRelative(kind, val, &sum);
+      }
+      break;
+    }
+    case hci::ValueKind::kRotation: {
+      Quat q;
+      for (int i = 0; i < n; ++i) {
+        if (!items_[i] || weights_[i] == 0.0f) continue;
+        Quat v;
+        items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
+        q = Normalize(hci::Weighted(v, weights_[i]) * q);
+      }
+      if (method == CTRL_ABSOLUTE) {
+        *static_cast<Quat*>(val) = q;
+      } else {
+        hci::ApplyRelative(kind, val, &q);
+      }
+      break;
+    }
+    case hci::ValueKind::kScale: {
+      ScaleValue s;
+      for (int i = 0; i < n; ++i) {
+        if (!items_[i] || weights_[i] == 0.0f) continue;
+        ScaleValue v;
+        items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
+        s = hci::ComposeScale(hci::Weighted(v, weights_[i]), s);
+      }
+      if (method == CTRL_ABSOLUTE) {
+        *static_cast<ScaleValue*>(val) = s;
+      } else {
+        hci::ApplyRelative(kind, val, &s);
+      }
+      break;
+    }
+    default:
+      break;
+  }
+}
+
+void ListControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod method) {
+  const int n = GetListCount();
+  const int a = active_;
+  if (GetLocked() || !val || a < 0 || a >= n || !items_[a]) return;
+  const float w = weights_[a];
+  if (w == 0.0f) return;
+  Control* item = items_[a];
+  Interval ignored = FOREVER;
+  switch (hci::KindOf(super_)) {
+    case hci::ValueKind::kFloat: {
+      float v = *static_cast<const float*>(val);
+      if (method == CTRL_ABSOLUTE) {
+        for (int i = 0; i < n; ++i) {
+          if (i == a || !items_[i]) continue;
+          float other = 0.0f;
+          items_[i]->GetValue(t, &other, ignored, CTRL_ABSOLUTE);
+          v -= other * weights_[i];
+        }
+      }
+      v /= w;
+      item->SetValue(t, &v, commit, method);
+      break;
+    }
+    case hci::ValueKind::kPoint3:
+    case hci::ValueKind::kPosition: {
+      Point3 v = *static_cast<const Point3*>(val);
+      if (method == CTRL_ABSOLUTE) {
+        for (int i = 0; i < n; ++i) {
+          if (i == a || !items_[i]) continue;
+          Point3 other;
+          items_[i]->GetValue(t, &other, ignored, CTRL_ABSOLUTE);
+          v -= other * weights_[i];
+        }
+      }
+      v /= w;
+      item->SetValue(t, &v, commit, method);
+      break;
+    }
+    case hci::ValueKind::kRotation: {
+      // total = after * w(q_a) * before, with `after` the items from a + 1 up (applied first).
+      Quat before, after, own;
+      for (int i = 0; i < n; ++i) {
+        if (!items_[i]) continue;
+        Quat v;
+        items_[i]->GetValue(t, &v, ignored, CTRL_ABSOLUTE);
+        Quat wv = hci::Weighted(v, weights_[i]);
+        if (i < a) before = Normalize(wv * before);
+        if (i > a) after = Normalize(wv * after);
+        if (i == a) own = wv;
+      }
+      Quat target = method == CTRL_ABSOLUTE
+                        ? Normalize(*static_cast<const Quat*>(val))
+                        : hci::RelativeTarget(Normalize(after * own * before), val);
+      Quat x = Normalize(Inverse(after) * target * Inverse(before));
+      Quat q = w == 1.0f ? x : keycurve::QuatPow(x, 1.0 / w);
+      item->SetValue(t, &q, commit, CTRL_ABSOLUTE);
+      break;
+    }
+    case hci::ValueKind::kScale: {
+      ScaleValue current;
+      GetValue(t, &current, ignored, CTRL_ABSOLUTE);
+      ScaleValue target = method == CTRL_ABSOLUTE ? *static_cast<const ScaleValue*>(val)
+                                                  : hci::RelativeTarget(current, val);
+      Point3 others(1, 1, 1);
+      for (int i = 0; i < n; ++i) {
+        if (i == a || !items_[i]) continue;
+        ScaleValue v;
+        items_[i]->GetValue(t, &v, ignored, CTRL_ABSOLUTE);
+        others *= hci::Weighted(v, weights_[i]).s;
+      }
+      ScaleValue own;
+      items_[a]->GetValue(t, &own, ignored, CTRL_ABSOLUTE);
+      ScaleValue x(own.s, target.q);
+      for (int c = 0; c < 3; ++c) {
+        if (others[c] == 0.0f) continue;  // the others collapse this axis: nothing to reach
+        const float wanted = target.s[c] / others[c];
+        x.s[c] = 1.0f + (wanted - 1.0f) / w;
+      }
+      item->SetValue(t, &x, commit, CTRL_ABSOLUTE);
+      break;
+    }
+    default:
+      break;
+  }
+}
+
+void ListControl::Copy(Control* from) {
+  if (!from || from == this || from->SuperClassID() != super_) return;
+  const int index = Append(from);
+  if (index >= 0) SetActive(index);
+  SetLocked(IsTrackLocked(from));
+}
+
+RefTargetHandle ListControl::Clone(RemapDir& remap) {
+  auto* c = new ListControl(super_);
+  const int n = GetListCount();
+  c->items_.assign(n, nullptr);
+  c->names_ = names_;
+  c->weights_ = weights_;
+  c->active_ = active_;
+  c->locked_ = locked_;
+  for (int i = 0; i < n; ++i) c->ReplaceReference(i, remap.CloneRef(items_[i]));
+  BaseClone(this, c, remap);
+  return c;
+}
+
+IOResult ListControl::Save(ISave* isave) {
+  const std::uint8_t locked = locked_ ? 1 : 0;
+  if (SaveChunk(isave, kLockedChunk, locked) != IO_OK) return IO_ERROR;
+  if (SaveChunk(isave, kCountChunk, std::int32_t(GetListCount())) != IO_OK) return IO_ERROR;
+  if (SaveChunk(isave, kActiveChunk, std::int32_t(active_)) != IO_OK) return IO_ERROR;
+  isave->BeginChunk(kWeightsChunk);
+  ULONG written = 0;
+  const ULONG bytes = static_cast<ULONG>(weights_.size() * sizeof(float));
+  IOResult res = bytes > 0 ? isave->Write(weights_.data(), bytes, &written) : IO_OK;
+  isave->EndChunk();
+  if (res != IO_OK) return IO_ERROR;
+  isave->BeginChunk(kNamesChunk);
+  for (const MSTR& name : names_) {
+    isave->BeginChunk(kNameChunk);
+    res = isave->WriteWString(name);
+    isave->EndChunk();
+    if (res != IO_OK) break;
+  }
+  isave->EndChunk();
+  return res == IO_OK ? IO_OK : IO_ERROR;
+}
+
+IOResult ListControl::Load(ILoad* iload) {
+  State s;
+  s.locked = locked_;
+  int count = -1;
+  bool have_weights = false, have_names = false;
+  IOResult res;
+  while ((res = iload->OpenChunk()) == IO_OK) {
+    IOResult r = IO_OK;
+    switch (iload->CurChunkID()) {
+      case kLockedChunk: {
+        std::uint8_t b = 0;
+        r = LoadValue(iload, b);
+        s.locked = b != 0;
+        break;
+      }
+      case kCountChunk: {
+        std::int32_t c = 0;
+        r = LoadValue(iload, c);
+        if (r == IO_OK && (c < 0 || c > kMaxListItems)) r = IO_ERROR;
+        count = c;
+        break;
+      }
+      case kActiveChunk: {
+        std::int32_t a = 0;
+        r = LoadValue(iload, a);
+        s.active = a;
+        break;
+      }
+      case kWeightsChunk: {
+        const ULONG length = iload->CurChunkLength();
+        if (count < 0 || length != ULONG(count) * sizeof(float)) {
+          r = IO_ERROR;
+          break;
+        }
+        s.weights.resize(count);
+        ULONG read = 0;
+        if (length > 0 &&
+            (iload->Read(s.weights.data(), length, &read) != IO_OK || read != length)) {
+          r = IO_ERROR;
+        }
+        have_weights = true;
+        break;
+      }
+      case kNamesChunk: {
+        IOResult sub;
+        while ((sub = iload->OpenChunk()) == IO_OK) {
+          std::string name;
+          if (iload->CurChunkID() == kNameChunk) {
+            if (iload->ReadWStringChunk(name) != IO_OK) r = IO_ERROR;
+            s.names.push_back(name);
+          }
+          iload->CloseChunk();
+          if (r != IO_OK) break;
+        }
+        if (r == IO_OK && sub != IO_END) r = sub;
+        have_names = true;
+        break;
+      }
+      default:
+        break;
+    }
+    iload->CloseChunk();
+    if (r != IO_OK) return r;
+  }
+  if (res != IO_END) return res;
+  if (count < 0) count = 0;
+  if (!have_weights) s.weights.assign(count, 1.0f);
+  if (!have_names) s.names.assign(count, MSTR());
+  if (static_cast<int>(s.weights.size()) != count || static_cast<int>(s.names.size()) != count ||
+      s.active < 0 || (count > 0 ? s.active >= count : s.active != 0)) {
+    return IO_ERROR;
+  }
+  s.items.assign(count, 0);
+  SetState(s);
+  return IO_OK;
+}
+
+namespace {
+
+template <SClass_ID kSuper>
+ClassDesc2* ListDesc() {
+  const ListClass& c = ClassOf(kSuper);
+  static hci::ControllerDesc desc(c.name, c.internal_name, c.super_class, c.class_id,
+                                  [](bool) -> Animatable* { return new ListControl(kSuper); });
+  return &desc;
+}
+
+}  // namespace
+
+ClassDesc2* FloatListClassDesc() { return ListDesc<CTRL_FLOAT_CLASS_ID>(); }
+ClassDesc2* Point3ListClassDesc() { return ListDesc<CTRL_POINT3_CLASS_ID>(); }
+ClassDesc2* PositionListClassDesc() { return ListDesc<CTRL_POSITION_CLASS_ID>(); }
+ClassDesc2* RotationListClassDesc() { return ListDesc<CTRL_ROTATION_CLASS_ID>(); }
+ClassDesc2* ScaleListClassDesc() { return ListDesc<CTRL_SCALE_CLASS_ID>(); }
