@@ -90,6 +90,17 @@ constexpr StringEntry kStrings[] = {
     {1067, "Rotation XYZ"},
     {1068, "Marvolith FBX Exporter"},
     {1069, "Marvolith FBX Importer"},
+    {2000, "Tags"},
+    {2001, "Root"},
+    {2002, "Mirror Pos Axis"},
+    {2003, "Mirror Rot Axis"},
+    {2004, "Mirror Position"},
+    {2005, "Mirror Rotation"},
+    {2006, "Use Mirror Node"},
+    {2007, "Mirror Node"},
+    {2008, "Use Retarget Size"},
+    {2009, "Retarget Size"},
+    {2010, "Select Mirror Node"},
 };
 
 HINSTANCE g_instance = nullptr;

@@ -13,6 +13,19 @@ inline constexpr int IDS_CATEGORY_NONE = 102;
 inline constexpr int IDS_LIB_DESCRIPTION = 1;
 inline constexpr int IDS_ANIM_LAYERS_ACTIVE_FILTER = 962;
 
+// AnimationManagerMod's parameter labels; `group` shares the label of `tags`.
+inline constexpr int IDS_AM_TAGS = 2000;
+inline constexpr int IDS_AM_ROOT = 2001;
+inline constexpr int IDS_AM_MIRROR_POS_AXIS = 2002;
+inline constexpr int IDS_AM_MIRROR_ROT_AXIS = 2003;
+inline constexpr int IDS_AM_USE_MIRROR_POS = 2004;
+inline constexpr int IDS_AM_USE_MIRROR_ROT = 2005;
+inline constexpr int IDS_AM_USE_MIRROR_NODE = 2006;
+inline constexpr int IDS_AM_MIRROR_NODE = 2007;
+inline constexpr int IDS_AM_USE_RETARGET_SIZE = 2008;
+inline constexpr int IDS_AM_RETARGET_SIZE = 2009;
+inline constexpr int IDS_AM_SELECT_MIRROR_NODE = 2010;
+
 /// The text of string id, copied into one static buffer of 512 characters shared by every call,
 /// so a caller that needs two texts at once copies the first. Null when the module instance is
 /// not set or the id is unknown.

@@ -1,0 +1,65 @@
+// Copyright Marvolith contributors.
+#include "controllers/block_std_control.h"
+
+#include <cstdint>
+
+#include "host/io/chunk_io.h"
+
+namespace marvolith {
+
+void BlockStdControl::GetClassName(MSTR& s, bool) const {
+  const char* name = GetClassDesc()->ClassName();
+  s = name ? name : "";
+}
+
+MSTR BlockStdControl::SubAnimName(int i, bool) { return i == 0 ? "Parameters" : MSTR(); }
+
+IParamBlock2* BlockStdControl::GetParamBlockByID(BlockID id) {
+  return pblock_ && pblock_->ID() == id ? pblock_ : nullptr;
+}
+
+void* BlockStdControl::GetInterface(ULONG id) {
+  if (id == I_LOCKED) return static_cast<ILockedTrack*>(this);
+  return StdControl::GetInterface(id);
+}
+
+void BlockStdControl::SetReference(int i, RefTargetHandle target) {
+  // Anything but a block is refused (the slot stays empty), as the loader expects.
+  if (i == 0) {
+    pblock_ = target && target->SuperClassID() == PARAMETER_BLOCK2_CLASS_ID
+                  ? static_cast<IParamBlock2*>(target)
+                  : nullptr;
+  }
+}
+
+void BlockStdControl::Copy(Control* from) {
+  if (from && from != this) SetLocked(IsTrackLocked(from));
+}
+
+IOResult BlockStdControl::Save(ISave* isave) {
+  const std::uint8_t locked = locked_ ? 1 : 0;
+  return SaveChunk(isave, kLockedChunk, locked);
+}
+
+IOResult BlockStdControl::Load(ILoad* iload) {
+  IOResult res;
+  while ((res = iload->OpenChunk()) == IO_OK) {
+    IOResult r = IO_OK;
+    if (iload->CurChunkID() == kLockedChunk) {
+      std::uint8_t locked = 0;
+      r = LoadValue(iload, locked);
+      if (r == IO_OK) locked_ = locked != 0;
+    }
+    iload->CloseChunk();
+    if (r != IO_OK) return r;
+  }
+  return res == IO_END ? IO_OK : res;
+}
+
+void BlockStdControl::CloneInto(BlockStdControl* c, RemapDir& remap) {
+  c->ReplaceReference(0, remap.CloneRef(pblock_));
+  c->locked_ = locked_;
+  BaseClone(this, c, remap);
+}
+
+}  // namespace marvolith

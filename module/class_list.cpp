@@ -1,0 +1,86 @@
+// Copyright Marvolith contributors.
+#include "module/class_list.h"
+
+#include <array>
+#include <cstddef>
+#include <utility>
+
+#include "animation/animation_manager_mod.h"
+#include "controllers/connection_controls.h"
+#include "controllers/dummy_controls.h"
+#include "controllers/float_expose_tm.h"
+#include "controllers/float_operation.h"
+#include "controllers/float_wave.h"
+#include "controllers/rig_control.h"
+#include "controllers/rotation_xyz.h"
+#include "controllers/static_controls.h"
+#include "controllers/twist_poses.h"
+#include "controls/control_helper.h"
+#include "controls/control_shape.h"
+#include "host/core/diagnostics.h"
+
+namespace marvolith {
+namespace {
+
+using ClassTable = std::array<ClassDesc2*, kClassCount>;
+
+template <std::size_t... I>
+std::array<PendingClassDesc, sizeof...(I)> MakePendingDescs(std::index_sequence<I...>) {
+  return {PendingClassDesc(static_cast<ClassIndex>(I))...};
+}
+
+// The classes that exist, each with its folder's descriptor. Adding a class here also takes it
+// off the list of pending classes in the module's tests.
+void PutImplementedClasses(ClassTable& table) {
+  auto put = [&table](ClassIndex index, ClassDesc2* cd) {
+    table[static_cast<std::size_t>(index)] = cd;
+  };
+  put(ClassIndex::StaticFloat, GetStaticFloatDesc());
+  put(ClassIndex::StaticPosition, GetStaticPositionDesc());
+  put(ClassIndex::StaticRotation, GetStaticRotationDesc());
+  put(ClassIndex::StaticScale, GetStaticScaleDesc());
+  put(ClassIndex::StaticTransform, GetStaticTransformDesc());
+  put(ClassIndex::FloatExposeTM, GetFloatExposeTMDesc());
+  put(ClassIndex::FloatConnection, GetFloatConnectionDesc());
+  put(ClassIndex::FloatOperation, GetFloatOperationDesc());
+  put(ClassIndex::FloatWave, GetFloatWaveDesc());
+  put(ClassIndex::RigControl, GetRigControlDesc());
+  put(ClassIndex::PositionConnection, GetPositionConnectionDesc());
+  put(ClassIndex::RotationConnection, GetRotationConnectionDesc());
+  put(ClassIndex::ScaleConnection, GetScaleConnectionDesc());
+  put(ClassIndex::TwistPosesFloat, GetTwistPosesFloatDesc());
+  put(ClassIndex::TwistPosesRotation, GetTwistPosesRotationDesc());
+  put(ClassIndex::DummyFloat, GetDummyFloatDesc());
+  put(ClassIndex::DummyRotation, GetDummyRotationDesc());
+  put(ClassIndex::RotationXYZ, GetRotationXYZDesc());
+  put(ClassIndex::ControlHelper, GetControlHelperDesc());
+  put(ClassIndex::ControlShape, GetControlShapeDesc());
+  put(ClassIndex::AnimationManagerMod, GetAnimationManagerModDesc());
+}
+
+ClassTable BuildTable() {
+  ClassTable table{};
+  PutImplementedClasses(table);
+  static std::array<PendingClassDesc, kClassCount> pending =
+      MakePendingDescs(std::make_index_sequence<kClassCount>());
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    if (table[i]) {
+      // A descriptor in the wrong row would register a class under another identity.
+      const ClassInfo& info = GetClassInfo(static_cast<ClassIndex>(i));
+      MV_ASSERT(table[i]->ClassID() == info.class_id &&
+                table[i]->SuperClassID() == info.super_class);
+    } else {
+      table[i] = &pending[i];
+    }
+  }
+  return table;
+}
+
+}  // namespace
+
+ClassDesc2* GetModuleClassDesc(unsigned int index) {
+  static const ClassTable table = BuildTable();
+  return index < table.size() ? table[index] : nullptr;
+}
+
+}  // namespace marvolith
