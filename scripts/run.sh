@@ -6,4 +6,4 @@ cd "$(dirname "$0")/.."
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset release >/dev/null
 cmake --build --preset release -j"$jobs"
-exec ./build/release/apps/marvolith/marvolith demo "$@"
+exec ./build/release/bin/marvolith demo "$@"

@@ -2,12 +2,17 @@
 // marvolith: the command-line front end of the headless host.
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "apps/marvolith/commands.h"
+#include "plugin/version.h"
 
 namespace marvolith::cli {
 
-const char* VersionText() { return "Marvolith 2.02.02"; }
+const char* VersionText() {
+  static const std::string text = std::string("Marvolith ") + kVersionText;
+  return text.c_str();
+}
 
 int Fail(const std::string& message) {
   std::fprintf(stderr, "marvolith: %s\n", message.c_str());
@@ -18,10 +23,17 @@ int Fail(const std::string& message) {
 
 int main(int argc, char** argv) {
   using namespace marvolith::cli;
+  ModuleSession session(argc, argv);  // the tool runs on top of the loaded module
   CLI::App app{"Marvolith: character rigging and animation toolkit (headless host)", "marvolith"};
   app.set_version_flag("--version", VersionText());
   app.require_subcommand(0, 1);
+  AddModuleOption(app);
   AddDemoCommand(app);
+  AddSceneCommands(app);
+  AddClassesCommand(app);
+  AddScriptCommand(app);
+  AddRenderCommand(app);
+  AddShapesCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
