@@ -106,6 +106,13 @@ ParamDef ControlParamDef(ParamID id) {
   }
 }
 
+std::vector<ParamDef> ControlParamDefs(bool with_scale) {
+  std::vector<ParamDef> defs;
+  const ParamID last = with_scale ? kControlScale : kControlSelectorPushValue;
+  for (ParamID id = kControlType; id <= last; ++id) defs.push_back(ControlParamDef(id));
+  return defs;
+}
+
 std::vector<FPPropertyDef> ControlHelperProperties() {
   using enum FPType;
   return {
@@ -114,6 +121,7 @@ std::vector<FPPropertyDef> ControlHelperProperties() {
       FPPropertyDef(kGetGizmoRot, kSetGizmoRot, "gizmoRot", TYPE_QUAT),
       FPPropertyDef(kGetGizmoScale, kSetGizmoScale, "gizmoScale", TYPE_POINT3),
       FPPropertyDef(kGetGizmoTM, kSetGizmoTM, "gizmoTM", TYPE_MATRIX3),
+      FPPropertyDef(kGetSelectorFaceSel, kSetSelectorFaceSel, "selector_face_sel", TYPE_BITARRAY),
   };
 }
 
@@ -145,6 +153,10 @@ FPStatus IControlHelper::Dispatch(FunctionID fid, FPParams& p, FPValue& result) 
       return FPBind(result, p, this, &IControlHelper::GetGizmoTM);
     case kSetGizmoTM:
       return FPBind(result, p, this, &IControlHelper::SetGizmoTM);
+    case kGetSelectorFaceSel:
+      return FPBind(result, p, this, &IControlHelper::GetSelectorFaceSel);
+    case kSetSelectorFaceSel:
+      return FPBind(result, p, this, &IControlHelper::SetSelectorFaceSel);
     default:
       return FPS_NO_SUCH_FUNCTION;
   }

@@ -56,6 +56,9 @@ inline constexpr BlockID kControlParams = 0;
 /// The row of parameter id in the block's table (kControlScale included); every other id is a
 /// programmer error and answers the row of kControlType.
 ParamDef ControlParamDef(ParamID id);
+/// The rows of the block's table in id order: kControlType to kControlSelectorPushValue, then
+/// kControlScale when with_scale (ControlShape's table).
+std::vector<ParamDef> ControlParamDefs(bool with_scale);
 
 /// Function ids of IControlHelper (getter, setter pairs).
 enum ControlHelperFunction : FunctionID {
@@ -76,7 +79,8 @@ enum ControlHelperFunction : FunctionID {
 inline constexpr EnumID kControlTypeEnum = 0;
 
 /// The properties and enumeration of IControlHelper's table ("interface"), the same for both
-/// classes: type (an enumeration of the figure names), gizmoPos, gizmoRot, gizmoScale, gizmoTM.
+/// classes: type (an enumeration of the figure names), gizmoPos, gizmoRot, gizmoScale, gizmoTM,
+/// selector_face_sel.
 std::vector<FPPropertyDef> ControlHelperProperties();
 std::vector<FPEnumDef> ControlHelperEnums();
 

@@ -13,40 +13,8 @@ namespace {
 // The class's static tables, made on first use: descriptor, block, interface.
 struct ControlShapeTables {
   ControlShapeClassDesc cd;
-  ParamBlockDesc2 pb{kControlParams,
-                     "params",
-                     0,
-                     &cd,
-                     P_AUTO_CONSTRUCT,
-                     0,
-                     {
-                         ControlParamDef(kControlType),
-                         ControlParamDef(kControlGizmo),
-                         ControlParamDef(kControlUniform),
-                         ControlParamDef(kControlSize),
-                         ControlParamDef(kControlLength),
-                         ControlParamDef(kControlWidth),
-                         ControlParamDef(kControlHeight),
-                         ControlParamDef(kControlAxis),
-                         ControlParamDef(kControlThickness),
-                         ControlParamDef(kControlCorner),
-                         ControlParamDef(kControlSteps),
-                         ControlParamDef(kControlWarpAmount),
-                         ControlParamDef(kControlWarpAxis),
-                         ControlParamDef(kControlOffsetLine),
-                         ControlParamDef(kControlFaceCamera),
-                         ControlParamDef(kControlConstantScreenSize),
-                         ControlParamDef(kControlDrawOnTop),
-                         ControlParamDef(kControlSelectorActive),
-                         ControlParamDef(kControlSelectorNode),
-                         ControlParamDef(kControlSelectorIgnoreBackfacing),
-                         ControlParamDef(kControlSelectorUseWireColor),
-                         ControlParamDef(kControlSelectorColor),
-                         ControlParamDef(kControlSelectorSelOpacity),
-                         ControlParamDef(kControlSelectorUnselOpacity),
-                         ControlParamDef(kControlSelectorPushValue),
-                         ControlParamDef(kControlScale),
-                     }};
+  ParamBlockDesc2 pb{kControlParams, "params", 0, &cd, P_AUTO_CONSTRUCT, 0,
+                     ControlParamDefs(/*with_scale=*/true)};
   FPInterfaceDesc fp{ICONTROLHELPER_SHAPE_ID,   "IControlHelper",    FP_MIXIN, &cd, {},
                      ControlHelperProperties(), ControlHelperEnums()};
 };

@@ -152,7 +152,7 @@ ParamBlockDesc2::ParamBlockDesc2(BlockID id,
                                  int block_flags,
                                  std::initializer_list<ParamDef> params)
     : ID(id), int_name(name), local_name(local), cd(class_desc), flags(block_flags) {
-  Init(params, 0, 0, 0);
+  Init(std::span(params.begin(), params.size()), 0, 0, 0);
 }
 
 ParamBlockDesc2::ParamBlockDesc2(BlockID id,
@@ -163,7 +163,7 @@ ParamBlockDesc2::ParamBlockDesc2(BlockID id,
                                  int arg1,
                                  std::initializer_list<ParamDef> params)
     : ID(id), int_name(name), local_name(local), cd(class_desc), flags(block_flags) {
-  Init(params, 1, arg1, 0);
+  Init(std::span(params.begin(), params.size()), 1, arg1, 0);
 }
 
 ParamBlockDesc2::ParamBlockDesc2(BlockID id,
@@ -175,10 +175,21 @@ ParamBlockDesc2::ParamBlockDesc2(BlockID id,
                                  int arg2,
                                  std::initializer_list<ParamDef> params)
     : ID(id), int_name(name), local_name(local), cd(class_desc), flags(block_flags) {
-  Init(params, 2, arg1, arg2);
+  Init(std::span(params.begin(), params.size()), 2, arg1, arg2);
 }
 
-void ParamBlockDesc2::Init(std::initializer_list<ParamDef> params,
+ParamBlockDesc2::ParamBlockDesc2(BlockID id,
+                                 const char* name,
+                                 int local,
+                                 ClassDesc2* class_desc,
+                                 int block_flags,
+                                 int arg1,
+                                 std::span<const ParamDef> params)
+    : ID(id), int_name(name), local_name(local), cd(class_desc), flags(block_flags) {
+  Init(params, 1, arg1, 0);
+}
+
+void ParamBlockDesc2::Init(std::span<const ParamDef> params,
                            int arg_count,
                            int arg1,
                            int arg2) {

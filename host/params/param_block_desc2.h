@@ -3,6 +3,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <variant>
 #include <vector>
@@ -132,6 +133,14 @@ class ParamBlockDesc2 {
                   int arg1,
                   int arg2,
                   std::initializer_list<ParamDef> params);
+  /// A table built at run time (classes that share most of their rows), one flag argument.
+  ParamBlockDesc2(BlockID id,
+                  const char* int_name,
+                  int local_name,
+                  ClassDesc2* cd,
+                  int flags,
+                  int arg1,
+                  std::span<const ParamDef> params);
   ParamBlockDesc2(const ParamBlockDesc2&) = delete;
   ParamBlockDesc2& operator=(const ParamBlockDesc2&) = delete;
 
@@ -158,7 +167,7 @@ class ParamBlockDesc2 {
   int ref_no = -1;  ///< with P_AUTO_CONSTRUCT: the owner's reference index of the block
 
  private:
-  void Init(std::initializer_list<ParamDef> params, int arg_count, int arg1, int arg2);
+  void Init(std::span<const ParamDef> params, int arg_count, int arg1, int arg2);
 
   std::vector<ParamDef> paramdefs_;
   std::vector<int> index_by_id_;  // id -> table index (-1 none), for ids 0..kMaxDirectId

@@ -32,6 +32,7 @@ enum class FPType : int {
   TYPE_INTERFACE = 26,
   TYPE_ANGAXIS = 27,  ///< angle in radians in C++, degrees in script
   TYPE_QUAT = 28,
+  TYPE_BITARRAY = 31,  ///< a selection; bit 0 is element 1 in script
   TYPE_CONTROL = 35,
   TYPE_TSTR = 37,
   TYPE_HWND = 40,
@@ -62,6 +63,7 @@ enum class FPType : int {
   TYPE_INTERFACE_TAB = TYPE_INTERFACE + TYPE_TAB,
   TYPE_ANGAXIS_TAB = TYPE_ANGAXIS + TYPE_TAB,
   TYPE_QUAT_TAB = TYPE_QUAT + TYPE_TAB,
+  TYPE_BITARRAY_TAB = TYPE_BITARRAY + TYPE_TAB,
   TYPE_CONTROL_TAB = TYPE_CONTROL + TYPE_TAB,
   TYPE_TSTR_TAB = TYPE_TSTR + TYPE_TAB,
   TYPE_NAME_TAB = TYPE_NAME + TYPE_TAB,

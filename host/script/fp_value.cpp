@@ -142,6 +142,8 @@ FPValue::Data FPValue::RepresentationOf(FPType type) {
       return Matrix3();
     case TYPE_COLOR:
       return Color();
+    case TYPE_BITARRAY:
+      return BitArray();
     case TYPE_STRING:
     case TYPE_TSTR:
     case TYPE_FILENAME:
@@ -223,6 +225,12 @@ Matrix3 FPValue::AsMatrix3() const {
 Color FPValue::AsColor() const {
   const Color* c = std::get_if<Color>(&data_);
   return c ? *c : Color();
+}
+
+const BitArray& FPValue::AsBitArray() const {
+  static const BitArray kEmpty;
+  const BitArray* b = std::get_if<BitArray>(&data_);
+  return b ? *b : kEmpty;
 }
 
 const std::string& FPValue::AsString() const {

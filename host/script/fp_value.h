@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/core/bit_array.h"
 #include "host/core/ids.h"
 #include "host/core/tab.h"
 #include "host/math/interval.h"
@@ -56,6 +57,7 @@ class FPValue {
   FPValue(const Matrix3& m) : type_(FPType::TYPE_MATRIX3), data_(m) {}
   /// Components 0..1.
   FPValue(const Color& c) : type_(FPType::TYPE_COLOR), data_(c) {}
+  FPValue(const BitArray& bits) : type_(FPType::TYPE_BITARRAY), data_(bits) {}
   FPValue(const char* s) : type_(FPType::TYPE_STRING), data_(std::string(s ? s : "")) {}
   FPValue(std::string s) : type_(FPType::TYPE_STRING), data_(std::move(s)) {}
   FPValue(std::string_view s) : type_(FPType::TYPE_STRING), data_(std::string(s)) {}
@@ -117,6 +119,8 @@ class FPValue {
   AngAxis AsAngAxis() const;
   Matrix3 AsMatrix3() const;
   Color AsColor() const;
+  /// The bits of a TYPE_BITARRAY value; an empty array for others.
+  const BitArray& AsBitArray() const;
   /// The text of the string kinds (string, TSTR, file name, name); "" for others.
   const std::string& AsString() const;
   /// The node, or null (wrong kind, no node, or a node deleted since).
@@ -181,6 +185,7 @@ class FPValue {
                             AngAxis,
                             Matrix3,
                             Color,
+                            BitArray,
                             std::string,
                             Handle,
                             FPInterface*,
@@ -228,6 +233,10 @@ inline Matrix3 FPValue::Get<Matrix3>() const {
 template <>
 inline Color FPValue::Get<Color>() const {
   return AsColor();
+}
+template <>
+inline BitArray FPValue::Get<BitArray>() const {
+  return AsBitArray();
 }
 template <>
 inline std::string FPValue::Get<std::string>() const {

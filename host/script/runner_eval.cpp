@@ -15,6 +15,7 @@
 #include "host/scene/inode.h"
 #include "host/script/fp_dispatch.h"
 #include "host/script/internal/runner_impl.h"
+#include "host/script/script_value.h"
 #include "host/undo/hold.h"
 
 using namespace script_internal;
@@ -353,6 +354,11 @@ ScriptValue ScriptRunner::Impl::EvalIndex(const AstNode& n) {
   if (c.Is(FPType::TYPE_POINT3)) return FPValue(v.AsPoint3()[check(ToInt(index), 3)]);
   if (c.Is(FPType::TYPE_POINT4)) return FPValue(v.AsPoint4()[check(ToInt(index), 4)]);
   if (c.Is(FPType::TYPE_MATRIX3)) return FPValue(v.AsMatrix3().GetRow(check(ToInt(index), 4)));
+  if (c.Is(FPType::TYPE_BITARRAY)) {
+    // Elements past the end read as clear, as the array would read after growing.
+    const int i = check(ToInt(index), kMaxScriptBitArrayIndex);
+    return FPValue(v.AsBitArray()[i] != 0);
+  }
   NoFunction("get", c);
 }
 
@@ -538,6 +544,14 @@ void ScriptRunner::Impl::AssignIndex(const AstNode& place, const ScriptValue& v)
     items[static_cast<size_t>(i - 1)] = v;
     // An array read from a property (a table parameter, say) is a copy: write it back.
     if (target.kind == AstKind::kProperty || target.kind == AstKind::kIndex) Assign(target, c);
+    return;
+  }
+  if (c.Is(FPType::TYPE_BITARRAY)) {
+    BitArray bits = c.Fp().AsBitArray();
+    if (!SetScriptBit(bits, ToInt(index), ToBool(v, "bit array element")))
+      Raise("Runtime error: index out of range: " + ScriptValueString(index));
+    if (!IsAssignable(target)) Raise("Runtime error: cannot assign to an element of this value");
+    Assign(target, FPValue(bits));
     return;
   }
   ScriptValue updated;

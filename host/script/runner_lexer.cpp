@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/script/fp_interface.h"
+#include "host/script/script_value.h"
 
 namespace {
 
@@ -299,7 +300,7 @@ class Lexer {
       tok.text = "#(";
       return true;
     }
-    if (c == '{') return Fail(tok.pos, "bit arrays #{...} are not supported");
+    if (c == '{') return BitArrayLiteral(tok);
     tok.kind = TokenKind::kName;
     if (c == '\'') return Quoted(tok, "name");
     if (!IsIdentChar(c)) return Fail(tok.pos, "at #, expected a name");
@@ -307,6 +308,57 @@ class Lexer {
     while (!AtEnd() && IsIdentChar(Peek())) Advance();
     tok.text = std::string(text_.substr(start, i_ - start));
     return true;
+  }
+
+  // #{1, 3..5}: element numbers and ranges of them, written as plain integers.
+  bool BitArrayLiteral(ScriptToken& tok) {
+    Advance();
+    tok.kind = TokenKind::kBitArray;
+    tok.text = "#{...}";
+    auto skip_space = [this] {
+      while (Peek() == ' ' || Peek() == '\t' || Peek() == '\r' || Peek() == '\n') Advance();
+    };
+    auto number = [this](int& out) {
+      const size_t start = i_;
+      while (IsDigit(Peek())) Advance();
+      auto [p, ec] = std::from_chars(text_.data() + start, text_.data() + i_, out);
+      return start != i_ && ec == std::errc() && p == text_.data() + i_;
+    };
+    skip_space();
+    if (Peek() == '}') {
+      Advance();
+      return true;
+    }
+    for (;;) {
+      const ScriptPos at = Here();
+      int first = 0;
+      if (!number(first)) return Fail(at, "in #{...}, expected an element number");
+      int last = first;
+      skip_space();
+      if (Peek() == '.' && Peek(1) == '.') {
+        Advance();
+        Advance();
+        skip_space();
+        if (!number(last)) return Fail(at, "in #{...}, expected the number ending the range");
+        skip_space();
+      }
+      if (first < 1 || last > kMaxScriptBitArrayIndex) {
+        return Fail(at, "bit array element out of range 1.." +
+                            std::to_string(kMaxScriptBitArrayIndex));
+      }
+      // A range written backwards (5..3) holds nothing.
+      if (first <= last) {
+        SetScriptBit(tok.bits, last);
+        for (int i = first; i < last; ++i) tok.bits.Set(i - 1);
+      }
+      if (Peek() == '}') {
+        Advance();
+        return true;
+      }
+      if (Peek() != ',') return Fail(Here(), "in #{...}, expected , or }");
+      Advance();
+      skip_space();
+    }
   }
 
   bool Path(ScriptToken& tok) {

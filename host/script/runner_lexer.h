@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/core/bit_array.h"
 #include "host/script/runner_ast.h"
 
 enum class TokenKind : std::uint8_t {
@@ -21,6 +22,7 @@ enum class TokenKind : std::uint8_t {
   kIdentifier,  ///< text: as written; keyword set for reserved words
   kPath,        ///< $name: text is the name, empty for $ alone
   kArrayOpen,   ///< #(
+  kBitArray,    ///< #{1, 3..5}: the whole literal; bits holds it
   kLParen,
   kRParen,
   kLBracket,
@@ -101,6 +103,7 @@ struct ScriptToken {
   std::string text;
   double number = 0.0;
   int integer = 0;
+  BitArray bits;
 };
 
 /// Splits text into tokens, ending with one kEnd. Line breaks become kNewline tokens (one per

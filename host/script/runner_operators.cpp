@@ -148,12 +148,12 @@ constexpr std::array kSuperNames = {
 };
 
 // The runner's own classes of values; the constructors among them are marked.
-constexpr std::array<const char*, 23> kValueClasses = {
+constexpr std::array<const char*, 24> kValueClasses = {
     "Integer",   "Float",          "Double",         "BooleanClass", "String",
-    "Name",      "Time",           "Array",          "Point3",       "Point4",
-    "Quat",      "AngleAxis",      "EulerAngles",    "Matrix3",      "Color",
-    "Interval",  "UndefinedClass", "OkClass",        "SubAnim",      "MAXScriptFunction",
-    "Primitive", "Interface",      "MixinInterface",
+    "Name",      "Time",           "Array",          "BitArray",     "Point3",
+    "Point4",    "Quat",           "AngleAxis",      "EulerAngles",  "Matrix3",
+    "Color",     "Interval",       "UndefinedClass", "OkClass",      "SubAnim",
+    "MAXScriptFunction", "Primitive", "Interface",   "MixinInterface",
 };
 constexpr std::array<const char*, 3> kValueSuperClasses = {"Number", "Value", "ReferenceTarget"};
 
@@ -432,6 +432,8 @@ ScriptValue ClassOf(const ScriptValue& v) {
       return ValueClass("Matrix3");
     case TYPE_COLOR:
       return ValueClass("Color");
+    case TYPE_BITARRAY:
+      return ValueClass("BitArray");
     case TYPE_VOID:
       return ValueClass("OkClass");
     case TYPE_INTERFACE:
@@ -533,6 +535,21 @@ ScriptValue ConvertAs(const ScriptValue& value, const ScriptValue& cls_value) {
     }
   }
   if (is("Array") && value.IsArray()) return value;
+  if (is("Array") && value.Is(TYPE_BITARRAY)) {
+    std::vector<ScriptValue> numbers;
+    const BitArray& bits = v.AsBitArray();
+    for (int i = 0; i < bits.GetSize(); ++i) {
+      if (bits[i]) numbers.emplace_back(FPValue(i + 1));
+    }
+    return ScriptValue::Array(std::move(numbers));
+  }
+  if (is("BitArray") && value.IsArray()) {
+    BitArray bits;
+    for (const ScriptValue& item : value.Items()) {
+      if (!item.Is(TYPE_INT) || !SetScriptBit(bits, item.AsInt())) CannotConvert(item, "BitArray");
+    }
+    return FPValue(bits);
+  }
   // Any other class: a value that already is one converts to itself.
   if (ScriptEquals(ClassOf(value), cls_value)) return value;
   CannotConvert(value, cls->name);

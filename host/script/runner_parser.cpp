@@ -605,6 +605,7 @@ class Parser {
       case TokenKind::kName:
       case TokenKind::kPath:
       case TokenKind::kArrayOpen:
+      case TokenKind::kBitArray:
       case TokenKind::kLParen:
       case TokenKind::kLBracket:
         return true;
@@ -717,6 +718,8 @@ class Parser {
         Next();
         return n;
       }
+      case TokenKind::kBitArray:
+        return Literal(FPValue(t.bits));
       case TokenKind::kArrayOpen:
         return List(AstKind::kArray, TokenKind::kRParen, ")");
       case TokenKind::kLBracket: {

@@ -575,6 +575,11 @@ bool GetComponent(const ScriptValue& obj, std::string_view name, ScriptValue& ou
     }
     return true;
   }
+  if (obj.Is(TYPE_BITARRAY) && (Named(name, "count") || Named(name, "numberSet"))) {
+    const BitArray& bits = v.AsBitArray();
+    out = FPValue(Named(name, "count") ? bits.GetSize() : bits.NumberSet());
+    return true;
+  }
   if (obj.Is(TYPE_STRING) && Named(name, "count")) {
     out = FPValue(static_cast<int>(std::min<size_t>(v.AsString().size(), INT_MAX)));
     return true;

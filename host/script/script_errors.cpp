@@ -57,6 +57,8 @@ const char* ScriptTypeName(FPType type) {
       return "Matrix3";
     case TYPE_COLOR:
       return "Color";
+    case TYPE_BITARRAY:
+      return "BitArray";
     case TYPE_INODE:
       return "Node";
     case TYPE_REFTARG:

@@ -51,6 +51,7 @@ bool IsScriptType(FPType type) {
     case TYPE_ANGAXIS:
     case TYPE_MATRIX3:
     case TYPE_COLOR:
+    case TYPE_BITARRAY:
     case TYPE_TIMEVALUE:
     case TYPE_INODE:
     case TYPE_REFTARG:
@@ -117,6 +118,18 @@ FPValue FromScriptValue(const FPValue& value, FPType type, const FPEnumDef* enum
     case TYPE_MATRIX3:
     case TYPE_COLOR:
       if (given == type) return value;
+      break;
+    case TYPE_BITARRAY:
+      if (given == TYPE_BITARRAY) return value;
+      if (given == TYPE_VALUE_TAB) {
+        BitArray bits;
+        for (int i = 0; i < value.Count(); ++i) {
+          const FPValue& item = value.Item(i);
+          if (item.Type() != TYPE_INT || !SetScriptBit(bits, item.AsInt()))
+            throw ConversionError(item, type);
+        }
+        return FPValue(bits);
+      }
       break;
     case TYPE_QUAT:
     case TYPE_ANGAXIS:
@@ -190,6 +203,13 @@ FPValue ToScriptValue(const FPValue& value, const FPEnumDef* enums) {
     default:
       return value;
   }
+}
+
+bool SetScriptBit(BitArray& bits, int script_index, bool on) {
+  if (script_index < 1 || script_index > kMaxScriptBitArrayIndex) return false;
+  if (on && script_index > bits.GetSize()) bits.SetSize(script_index, /*keep=*/true);
+  bits.Set(script_index - 1, on);
+  return true;
 }
 
 // The codes shared with parameter blocks are the same numbers, so a parameter's type converts to

@@ -6,8 +6,8 @@
 #include "host/script/fp_value.h"
 
 /// True for the types a script value can have: undefined, OK (TYPE_VOID), integer, float,
-/// boolean, string, name, Point3, Point4, Quat, AngAxis, Matrix3, Color, time, node, reference
-/// target, controller, interface, window handle, and arrays (TYPE_VALUE_TAB).
+/// boolean, string, name, Point3, Point4, Quat, AngAxis, Matrix3, Color, bit array, time, node,
+/// reference target, controller, interface, window handle, and arrays (TYPE_VALUE_TAB).
 bool IsScriptType(FPType type);
 
 /// The C++ form of script value for an argument of type, as the host converts at the script
@@ -21,6 +21,7 @@ bool IsScriptType(FPType type);
 /// - TYPE_ENUM takes a name of enums (compared without case) or an integer, which passes through
 ///   even when the enumeration has no such value.
 /// - String kinds and names take strings and names.
+/// - TYPE_BITARRAY takes a bit array, or an array of element numbers (1-based).
 /// - Nodes, targets and controllers take undefined (null) or an object of the kind; interfaces
 ///   and window handles take undefined too.
 /// - Tables take arrays (and tables), converting each element.
@@ -32,3 +33,11 @@ FPValue FromScriptValue(const FPValue& value, FPType type, const FPEnumDef* enum
 /// one), file names and TSTR strings, null objects undefined, a node held as a target a node,
 /// tables arrays. Script values pass unchanged.
 FPValue ToScriptValue(const FPValue& value, const FPEnumDef* enums = nullptr);
+
+/// The largest element number a script bit array takes: a slip of the keyboard must not ask for
+/// gigabytes.
+inline constexpr int kMaxScriptBitArrayIndex = 1 << 28;
+
+/// Sets or clears element script_index (1-based) of bits, growing it to hold the element when
+/// setting. Answers false, bits untouched, for a number outside 1..kMaxScriptBitArrayIndex.
+bool SetScriptBit(BitArray& bits, int script_index, bool on = true);

@@ -86,6 +86,23 @@ void PrintTime(TimeValue ticks, std::string& out) {
   }
 }
 
+// #{1..3, 7}: 1-based element numbers, runs of two or more as ranges.
+void PrintBitArray(const BitArray& bits, std::string& out) {
+  out += "#{";
+  bool first = true;
+  for (int i = 0; i < bits.GetSize(); ++i) {
+    if (!bits[i]) continue;
+    int last = i;
+    while (bits[last + 1]) ++last;
+    if (!first) out += ", ";
+    first = false;
+    out += std::to_string(i + 1);
+    if (last > i) out += ".." + std::to_string(last + 1);
+    i = last;
+  }
+  out += "}";
+}
+
 void Print(const FPValue& v, std::string& out) {
   using enum FPType;
   if (!IsScriptType(v.Type())) {
@@ -149,6 +166,9 @@ void Print(const FPValue& v, std::string& out) {
       out += "(color " + G(c.r * 255.0f) + " " + G(c.g * 255.0f) + " " + G(c.b * 255.0f) + ")";
       return;
     }
+    case TYPE_BITARRAY:
+      PrintBitArray(v.AsBitArray(), out);
+      return;
     case TYPE_TIMEVALUE:
       PrintTime(v.AsTime(), out);
       return;

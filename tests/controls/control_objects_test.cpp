@@ -13,6 +13,7 @@
 #include "host/math/affine.h"
 #include "host/scene/inode.h"
 #include "host/script/fp_dispatch.h"
+#include "host/script/script_errors.h"
 #include "tests/controls/controls_test_util.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/math_generators.h"
@@ -336,6 +337,28 @@ TEST_F(ControlObjectsTest, FaceSelectionChunkAndItsUndo) {
   EXPECT_EQ(h->GetSelectorFaceSel().GetSize(), 0);
   ASSERT_TRUE(theHold.Redo());
   EXPECT_EQ(h->GetSelectorFaceSel(), sel);
+}
+
+TEST_F(ControlObjectsTest, FaceSelectionIsPublishedAndUndoable) {
+  auto* h = Keep(NewHelper(5));
+  FPInterface* fpi = GetFPInterface(h, ICONTROLHELPER_HELPER_ID);
+  ASSERT_NE(fpi, nullptr);
+  // Script element numbers are 1-based: #(2, 4) selects faces 1 and 3.
+  const FPValue numbers = FPValue::Table(FPType::TYPE_VALUE_TAB, {FPValue(2), FPValue(4)});
+  theHold.Begin();
+  ASSERT_EQ(SetProperty(fpi, "selector_face_sel", numbers).status, FPS_OK);
+  theHold.Accept("Select");
+  BitArray want(4);
+  want.Set(1);
+  want.Set(3);
+  EXPECT_EQ(h->GetSelectorFaceSel(), want);
+  EXPECT_EQ(GetProperty(fpi, "selector_face_sel").value.AsBitArray(), want);
+  EXPECT_THROW(SetProperty(fpi, "selector_face_sel", FPValue::Table(FPType::TYPE_VALUE_TAB,
+                                                                    {FPValue(0)})),
+               ConversionError);
+  EXPECT_EQ(h->GetSelectorFaceSel(), want) << "a refused value leaves the selection";
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_TRUE(h->GetSelectorFaceSel().IsEmpty());
 }
 
 TEST_F(ControlObjectsTest, SceneRoundTripKeepsBothClasses) {

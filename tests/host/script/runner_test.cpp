@@ -109,6 +109,23 @@ TEST_F(RunnerTest, LiteralsOperatorsAndConversions) {
                       RotateZMatrix(-1.5707964f), 1e-5f);
 }
 
+TEST_F(RunnerTest, BitArrays) {
+  ExpectShown(*this,
+              {
+                  {"#{}", "#{}"},
+                  {"#{5, 1..3, 2, 7..6}", "#{1..3, 5}"},
+                  {"b = #{2}; b[6] = true; b[2] = false; b", "#{6}"},
+                  {"b = #{1..3}; #(b.count, b.numberSet, b[3], b[4], b[100])",
+                   "#(3, 3, true, false, false)"},
+                  {"#(4, 1, 2) as bitArray == #{1..2, 4}", "true"},
+                  {"#{2, 4..5} as array", "#(2, 4, 5)"},
+                  {"classOf #{1}", "BitArray"},
+              },
+              &RunnerTest::Show);
+  EXPECT_EQ(Error("#(1, -2) as bitArray"),
+            "-- Unable to convert: -2 to type: BitArray (line 1, column 10)");
+}
+
 TEST_F(RunnerTest, VariablesScopesAndFunctions) {
   // Top-level assignments are globals and live on to the next run; block assignments are local.
   Run("g = 5; (inner = 1; g += inner)");
@@ -178,7 +195,12 @@ TEST_F(RunnerTest, ErrorsNameTheirPlace) {
           {"struct Foo (a)", "-- Syntax error: struct is not supported (line 1, column 1)"},
           {"x = [1, 2]",
            "-- Syntax error: Point2 values [x, y] are not supported (line 1, column 5)"},
-          {"#{1}", "-- Syntax error: bit arrays #{...} are not supported (line 1, column 1)"},
+          {"#{1, 0}",
+           "-- Syntax error: bit array element out of range 1..268435456 (line 1, column 6)"},
+          {"#{1..}",
+           "-- Syntax error: in #{...}, expected the number ending the range (line 1, column 3)"},
+          {"#{1 2}", "-- Syntax error: in #{...}, expected , or } (line 1, column 5)"},
+          {"#{3}[0]", "-- Runtime error: index out of range: 0 (line 1, column 5)"},
           {"s = \"abc", "-- Syntax error: unterminated string (line 1, column 5)"},
           {"$Box*",
            "-- Syntax error: path names with wildcards or levels are not supported (line 1, column "
