@@ -1,8 +1,6 @@
 // Copyright Marvolith contributors.
 #include "controllers/block_std_control.h"
 
-#include <cstdint>
-
 #include "host/io/chunk_io.h"
 
 namespace marvolith {
@@ -36,24 +34,11 @@ void BlockStdControl::Copy(Control* from) {
   if (from && from != this) SetLocked(IsTrackLocked(from));
 }
 
-IOResult BlockStdControl::Save(ISave* isave) {
-  const std::uint8_t locked = locked_ ? 1 : 0;
-  return SaveChunk(isave, kLockedChunk, locked);
-}
+IOResult BlockStdControl::Save(ISave* isave) { return SaveLockChunk(isave, locked_); }
 
 IOResult BlockStdControl::Load(ILoad* iload) {
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    if (iload->CurChunkID() == kLockedChunk) {
-      std::uint8_t locked = 0;
-      r = LoadValue(iload, locked);
-      if (r == IO_OK) locked_ = locked != 0;
-    }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  return res == IO_END ? IO_OK : res;
+  return ForEachChunk(
+      iload, [&](USHORT id) { return id == kLockChunkID ? LoadLockChunk(iload, locked_) : IO_OK; });
 }
 
 void BlockStdControl::CloneInto(BlockStdControl* c, RemapDir& remap) {

@@ -13,13 +13,11 @@ namespace marvolith {
 /// A StdControl whose parameters live in one block at reference 0 (also sub-anim 0, not
 /// assignable). Subclasses compute GetValueLocalTime from the block.
 ///
-/// Saves the locked flag as one byte in chunk kLockedChunk; loading skips unknown chunks and
+/// Saves the locked flag as one byte in chunk kLockChunkID; loading skips unknown chunks and
 /// answers IO_ERROR for a locked chunk of another size. Copy adopts only the locked state of the
 /// controller replaced, since the value is computed.
 class BlockStdControl : public StdControl, public ILockedTrackImp {
  public:
-  static constexpr USHORT kLockedChunk = 0x2535;
-
   /// The class's descriptor (identity, names, blocks); never null.
   virtual ClassDesc2* GetClassDesc() const = 0;
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "controllers/float_math.h"
+#include "host/controllers/std_control.h"
 #include "host/math/affine.h"
 #include "host/math/euler.h"
 #include "host/scene/core_interface.h"
@@ -758,26 +759,11 @@ IOResult TypedConnection<V>::Save(ISave* isave) {
 
 template <typename V>
 IOResult TypedConnection<V>::Load(ILoad* iload) {
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    switch (iload->CurChunkID()) {
-      case kLockedChunk: {
-        std::uint8_t locked = 0;
-        r = LoadValue(iload, locked);
-        if (r == IO_OK) locked_ = locked != 0;
-        break;
-      }
-      case kConstantChunk:
-        r = LoadValue(iload, constant_);
-        break;
-      default:
-        break;
-    }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  return res == IO_END ? IO_OK : res;
+  return ForEachChunk(iload, [&](USHORT id) {
+    if (id == kLockedChunk) return LoadLockChunk(iload, locked_);
+    if (id == kConstantChunk) return LoadValue(iload, constant_);
+    return IO_OK;
+  });
 }
 
 template <typename V>

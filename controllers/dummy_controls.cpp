@@ -99,32 +99,23 @@ IOResult DummyFloat::Save(ISave* isave) {
 }
 
 IOResult DummyFloat::Load(ILoad* iload) {
-  IOResult res;
   bool patched = false;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    switch (iload->CurChunkID()) {
-      case kOffsetChunk:
-        r = LoadValue(iload, offset_);
-        break;
-      case kControlChunk: {
-        std::int32_t id = -1;
-        r = LoadValue(iload, id);
-        if (r == IO_OK && id >= 0) {
-          iload->RecordBackpatch(id, reinterpret_cast<void**>(&loaded_));
-          patched = true;
-        }
-        break;
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
+    if (id == kOffsetChunk) return LoadValue(iload, offset_);
+    if (id == kControlChunk) {
+      std::int32_t ref_id = -1;
+      if (LoadValue(iload, ref_id) != IO_OK) return IO_ERROR;
+      if (ref_id >= 0) {
+        iload->RecordBackpatch(ref_id, reinterpret_cast<void**>(&loaded_));
+        patched = true;
       }
-      default:
-        break;
     }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
+    return IO_OK;
+  });
+  if (res == IO_OK && patched) {
+    iload->RegisterPostLoadCallback(new DummyFloatPostLoad(GetHandleByAnim(this)));
   }
-  if (res != IO_END) return res;
-  if (patched) iload->RegisterPostLoadCallback(new DummyFloatPostLoad(GetHandleByAnim(this)));
-  return IO_OK;
+  return res;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -177,19 +168,16 @@ IOResult DummyRotation::Save(ISave* isave) {
 }
 
 IOResult DummyRotation::Load(ILoad* iload) {
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    if (iload->CurChunkID() == kQuatChunk) r = LoadValue(iload, q_);
-    if (iload->CurChunkID() == kRelativeChunk) {
+  return ForEachChunk(iload, [&](USHORT id) {
+    if (id == kQuatChunk) return LoadValue(iload, q_);
+    if (id == kRelativeChunk) {
       std::uint8_t b = 0;
-      r = LoadValue(iload, b);
+      const IOResult r = LoadValue(iload, b);
       relative_ = b != 0;
+      return r;
     }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  return res == IO_END ? IO_OK : res;
+    return IO_OK;
+  });
 }
 
 }  // namespace marvolith

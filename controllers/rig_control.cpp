@@ -2,7 +2,6 @@
 #include "controllers/rig_control.h"
 
 #include <cctype>
-#include <cstdint>
 #include <vector>
 
 #include "controllers/dummy_controls.h"
@@ -27,7 +26,6 @@ namespace am = animation_manager;
 namespace {
 
 constexpr int kParamsRef = 0;
-constexpr USHORT kLockedChunk = 0x2535;
 constexpr SClass_ID kTrackSuper[3] = {CTRL_POSITION_CLASS_ID, CTRL_ROTATION_CLASS_ID,
                                       CTRL_SCALE_CLASS_ID};
 constexpr const char* kSubNames[4] = {"Parameters", "Position", "Rotation", "Scale"};
@@ -598,27 +596,15 @@ RefTargetHandle RigControl::Clone(RemapDir& remap) {
   return c;
 }
 
-IOResult RigControl::Save(ISave* isave) {
-  const std::uint8_t locked = locked_ ? 1 : 0;
-  return SaveChunk(isave, kLockedChunk, locked);
-}
+IOResult RigControl::Save(ISave* isave) { return SaveLockChunk(isave, locked_); }
 
 IOResult RigControl::Load(ILoad* iload) {
   State s = GetState();
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    if (iload->CurChunkID() == kLockedChunk) {
-      std::uint8_t b = 0;
-      r = LoadValue(iload, b);
-      s.locked = b != 0;
-    }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  if (res != IO_END) return res;
-  SetState(s);
-  return IO_OK;
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
+    return id == kLockChunkID ? LoadLockChunk(iload, s.locked) : IO_OK;
+  });
+  if (res == IO_OK) SetState(s);
+  return res;
 }
 
 // ---------------------------------------------------------------------------------------------

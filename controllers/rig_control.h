@@ -104,7 +104,7 @@ class IRigControl : public FPMixinInterface {
 /// edited in local coordinates mirrors moves and turns (see MirrorEditEnabled). Nothing happens
 /// while locked.
 ///
-/// Saves its locked flag (chunk 0x2535, one byte); the block and tracks are references.
+/// Saves its locked flag (chunk kLockChunkID, one byte); the block and tracks are references.
 class RigControl : public CompoundControl, public IRigControl, public IRefSlotCheck {
  public:
   /// With loading true no block and no tracks are made (the file provides them).

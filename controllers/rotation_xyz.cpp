@@ -462,18 +462,13 @@ IOResult RotationXYZ::Save(ISave* isave) {
 namespace {
 
 IOResult LoadJointParams(ILoad* iload, JointParamsEuler& params) {
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    if (iload->CurChunkID() == kJointRecordChunk) {
-      Point3 record;
-      r = LoadValue(iload, record);
-      params.records.push_back(record);
-    }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  return res == IO_END ? IO_OK : res;
+  return ForEachChunk(iload, [&](USHORT id) {
+    if (id != kJointRecordChunk) return IO_OK;
+    Point3 record;
+    if (LoadValue(iload, record) != IO_OK) return IO_ERROR;
+    params.records.push_back(record);
+    return IO_OK;
+  });
 }
 
 }  // namespace
@@ -483,34 +478,26 @@ IOResult RotationXYZ::Load(ILoad* iload) {
   std::int32_t locked = 0;
   bool older = false;
   std::unique_ptr<JointParamsEuler> joints;
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    switch (iload->CurChunkID()) {
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) -> IOResult {
+    switch (id) {
       case kJointParamsChunk:
         joints = std::make_unique<JointParamsEuler>();
-        r = LoadJointParams(iload, *joints);
-        break;
+        return LoadJointParams(iload, *joints);
       case kOrderChunk:
-        r = LoadValue(iload, order);
-        if (r != IO_OK) break;
+        if (LoadValue(iload, order) != IO_OK) return IO_ERROR;
         if (order >= kOrderMark) {
           order %= kOrderMark;
         } else {
           older = order >= 1 && order <= kLastTaitBryanOrder;
         }
-        if (order < 0 || order >= kEulerOrderCount) r = IO_ERROR;
-        break;
+        return order < 0 || order >= kEulerOrderCount ? IO_ERROR : IO_OK;
       case kLockedChunk:
-        r = LoadValue(iload, locked);
-        break;
+        return LoadValue(iload, locked);
       default:
-        break;
+        return IO_OK;
     }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  if (res != IO_END) return res;
+  });
+  if (res != IO_OK) return res;
   order_ = order;
   locked_ = locked != 0;
   older_order_ = older;

@@ -234,23 +234,12 @@ template <typename Derived, typename V, ClassIndex kIndex>
 IOResult StaticControl<Derived, V, kIndex>::Load(ILoad* iload) {
   V value = value_;
   std::uint8_t locked = locked_ ? 1 : 0;
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    switch (iload->CurChunkID()) {
-      case kValueChunk:
-        r = LoadRaw(iload, value);
-        break;
-      case kLockedChunk:
-        r = LoadValue(iload, locked);
-        break;
-      default:
-        break;
-    }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  if (res != IO_END) return res;
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
+    if (id == kValueChunk) return LoadRaw(iload, value);
+    if (id == kLockedChunk) return LoadValue(iload, locked);
+    return IO_OK;
+  });
+  if (res != IO_OK) return res;
   value_ = value;
   locked_ = locked != 0;
   return IO_OK;

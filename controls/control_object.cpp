@@ -240,14 +240,8 @@ IOResult ControlObject<Base>::Save(ISave* isave) {
 
 template <class Base>
 IOResult ControlObject<Base>::Load(ILoad* iload) {
-  IOResult res = IO_OK;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult chunk = IO_OK;
-    if (iload->CurChunkID() == kFaceSelChunk) chunk = face_sel_.Load(iload);
-    iload->CloseChunk();
-    if (chunk != IO_OK) return chunk;
-  }
-  return res == IO_END ? IO_OK : res;
+  return ForEachChunk(
+      iload, [&](USHORT id) { return id == kFaceSelChunk ? face_sel_.Load(iload) : IO_OK; });
 }
 
 template <class Base>

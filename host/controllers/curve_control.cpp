@@ -204,39 +204,34 @@ IOResult ICurveCtl::Save(ISave* isave) {
 IOResult ICurveCtl::Load(ILoad* iload) {
   constexpr ULONG kPointBytes = 6 * sizeof(float) + sizeof(std::int32_t);
   State state;
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    if (iload->CurChunkID() == kCurveChunk) {
-      std::uint32_t count = 0;
-      ULONG read = 0;
-      const ULONG length = iload->CurChunkLength();
-      if (length < sizeof(count) || iload->Read(&count, sizeof(count), &read) != IO_OK ||
-          count > static_cast<std::uint32_t>(kMaxLoadedPoints) ||
-          length != sizeof(count) + count * kPointBytes) {
-        iload->CloseChunk();
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
+    if (id != kCurveChunk) return IO_OK;
+    std::uint32_t count = 0;
+    ULONG read = 0;
+    const ULONG length = iload->CurChunkLength();
+    if (length < sizeof(count) || iload->Read(&count, sizeof(count), &read) != IO_OK ||
+        count > static_cast<std::uint32_t>(kMaxLoadedPoints) ||
+        length != sizeof(count) + count * kPointBytes) {
+      return IO_ERROR;
+    }
+    std::vector<CurvePoint> points(count);
+    for (CurvePoint& p : points) {
+      float f[6];
+      std::int32_t flags = 0;
+      if (iload->Read(f, sizeof(f), &read) != IO_OK ||
+          iload->Read(&flags, sizeof(flags), &read) != IO_OK) {
         return IO_ERROR;
       }
-      std::vector<CurvePoint> points(count);
-      for (CurvePoint& p : points) {
-        float f[6];
-        std::int32_t flags = 0;
-        if (iload->Read(f, sizeof(f), &read) != IO_OK ||
-            iload->Read(&flags, sizeof(flags), &read) != IO_OK) {
-          iload->CloseChunk();
-          return IO_ERROR;
-        }
-        p.p = Point2(f[0], f[1]);
-        p.in = Point2(f[2], f[3]);
-        p.out = Point2(f[4], f[5]);
-        p.flags = flags;
-      }
-      state.push_back(std::move(points));
+      p.p = Point2(f[0], f[1]);
+      p.in = Point2(f[2], f[3]);
+      p.out = Point2(f[4], f[5]);
+      p.flags = flags;
     }
-    iload->CloseChunk();
-  }
-  if (res != IO_END) return res;
-  SetState(state);
-  return IO_OK;
+    state.push_back(std::move(points));
+    return IO_OK;
+  });
+  if (res == IO_OK) SetState(state);
+  return res;
 }
 
 namespace {

@@ -19,7 +19,6 @@ namespace kd = keyframe_detail;
 
 namespace {
 
-constexpr USHORT kLockedChunk = 0x2535;
 constexpr USHORT kOrtChunk = 0x0010;
 constexpr USHORT kOrtEnabledChunk = 0x0011;
 constexpr USHORT kValueChunk = 0x0020;
@@ -1041,10 +1040,9 @@ RefTargetHandle KeyframeControl<Traits>::Clone(RemapDir& remap) {
 template <typename Traits>
 IOResult KeyframeControl<Traits>::Save(ISave* isave) {
   Prepare();
-  const std::uint8_t locked = locked_ ? 1 : 0;
   const std::int32_t orts[2] = {ort_before_, ort_after_};
   const std::uint8_t enabled = orts_enabled_ ? 1 : 0;
-  if (SaveChunk(isave, kLockedChunk, locked) != IO_OK) return IO_ERROR;
+  if (SaveLockChunk(isave, locked_) != IO_OK) return IO_ERROR;
   isave->BeginChunk(kOrtChunk);
   ULONG written = 0;
   IOResult res = isave->Write(orts, sizeof(orts), &written);
@@ -1063,68 +1061,47 @@ IOResult KeyframeControl<Traits>::Save(ISave* isave) {
 template <typename Traits>
 IOResult KeyframeControl<Traits>::Load(ILoad* iload) {
   State s = GetState();
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    switch (iload->CurChunkID()) {
-      case kLockedChunk: {
-        std::uint8_t b = 0;
-        r = LoadValue(iload, b);
-        s.locked = b != 0;
-        break;
-      }
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) -> IOResult {
+    switch (id) {
+      case kLockChunkID:
+        return LoadLockChunk(iload, s.locked);
       case kOrtChunk: {
         std::int32_t orts[2] = {0, 0};
-        ULONG read = 0;
-        if (iload->CurChunkLength() != sizeof(orts) ||
-            iload->Read(orts, sizeof(orts), &read) != IO_OK || !IsValidORT(orts[0]) ||
-            !IsValidORT(orts[1])) {
-          r = IO_ERROR;
-          break;
-        }
+        if (LoadValue(iload, orts) != IO_OK || !IsValidORT(orts[0]) || !IsValidORT(orts[1]))
+          return IO_ERROR;
         s.ort_before = orts[0];
         s.ort_after = orts[1];
-        break;
+        return IO_OK;
       }
       case kOrtEnabledChunk: {
         std::uint8_t b = 1;
-        r = LoadValue(iload, b);
+        const IOResult r = LoadValue(iload, b);
         s.orts_enabled = b != 0;
-        break;
+        return r;
       }
       case kValueChunk:
-        r = LoadValue(iload, s.value);
-        break;
+        return LoadValue(iload, s.value);
       case kKeysChunk: {
         const ULONG length = iload->CurChunkLength();
-        if (length % sizeof(Key) != 0) {
-          r = IO_ERROR;
-          break;
-        }
+        if (length % sizeof(Key) != 0) return IO_ERROR;
         std::vector<Key> keys(length / sizeof(Key));
         ULONG read = 0;
-        if (length > 0 && (iload->Read(keys.data(), length, &read) != IO_OK || read != length)) {
-          r = IO_ERROR;
-          break;
-        }
+        if (length > 0 && (iload->Read(keys.data(), length, &read) != IO_OK || read != length))
+          return IO_ERROR;
         for (const Key& k : keys) {
-          if (!IsValidKeyTime(k.time)) r = IO_ERROR;
+          if (!IsValidKeyTime(k.time)) return IO_ERROR;
         }
-        if (r == IO_OK) s.keys = std::move(keys);
-        break;
+        s.keys = std::move(keys);
+        return IO_OK;
       }
       case kTrackFlagsChunk:
-        r = LoadValue(iload, s.track_flags);
-        break;
+        return LoadValue(iload, s.track_flags);
       default:
-        break;
+        return IO_OK;
     }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  if (res != IO_END) return res;
-  SetState(s);
-  return IO_OK;
+  });
+  if (res == IO_OK) SetState(s);
+  return res;
 }
 
 template <typename Traits>

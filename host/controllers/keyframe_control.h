@@ -241,7 +241,7 @@ class KeyframeControl final : public StdControl, public ILockedTrackImp, public 
     return REF_SUCCEED;
   }
   RefTargetHandle Clone(RemapDir& remap) override;
-  /// Chunks: 0x2535 locked (1 byte), 0x0010 out-of-range types (2 x int32), 0x0011 enabled
+  /// Chunks: kLockChunkID locked (1 byte), 0x0010 out-of-range types (2 x int32), 0x0011 enabled
   /// (1 byte), 0x0020 constant value, 0x0030 the key records back to back, 0x0040 track flags.
   IOResult Save(ISave* isave) override;
   /// Reads the chunks above and skips others. A chunk of a wrong size, a key table that is not

@@ -11,7 +11,6 @@ namespace hci = host_controllers_internal;
 
 namespace {
 
-constexpr USHORT kLockedChunk = 0x2535;
 constexpr USHORT kCountChunk = 0x0100;
 constexpr USHORT kActiveChunk = 0x0110;
 constexpr USHORT kWeightsChunk = 0x0120;
@@ -372,8 +371,7 @@ RefTargetHandle ListControl::Clone(RemapDir& remap) {
 }
 
 IOResult ListControl::Save(ISave* isave) {
-  const std::uint8_t locked = locked_ ? 1 : 0;
-  if (SaveChunk(isave, kLockedChunk, locked) != IO_OK) return IO_ERROR;
+  if (SaveLockChunk(isave, locked_) != IO_OK) return IO_ERROR;
   if (SaveChunk(isave, kCountChunk, std::int32_t(GetListCount())) != IO_OK) return IO_ERROR;
   if (SaveChunk(isave, kActiveChunk, std::int32_t(active_)) != IO_OK) return IO_ERROR;
   isave->BeginChunk(kWeightsChunk);
@@ -398,66 +396,48 @@ IOResult ListControl::Load(ILoad* iload) {
   s.locked = locked_;
   int count = -1;
   bool have_weights = false, have_names = false;
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    switch (iload->CurChunkID()) {
-      case kLockedChunk: {
-        std::uint8_t b = 0;
-        r = LoadValue(iload, b);
-        s.locked = b != 0;
-        break;
-      }
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) -> IOResult {
+    switch (id) {
+      case kLockChunkID:
+        return LoadLockChunk(iload, s.locked);
       case kCountChunk: {
         std::int32_t c = 0;
-        r = LoadValue(iload, c);
-        if (r == IO_OK && (c < 0 || c > kMaxListItems)) r = IO_ERROR;
+        if (LoadValue(iload, c) != IO_OK || c < 0 || c > kMaxListItems) return IO_ERROR;
         count = c;
-        break;
+        return IO_OK;
       }
       case kActiveChunk: {
         std::int32_t a = 0;
-        r = LoadValue(iload, a);
+        const IOResult r = LoadValue(iload, a);
         s.active = a;
-        break;
+        return r;
       }
       case kWeightsChunk: {
         const ULONG length = iload->CurChunkLength();
-        if (count < 0 || length != ULONG(count) * sizeof(float)) {
-          r = IO_ERROR;
-          break;
-        }
+        if (count < 0 || length != ULONG(count) * sizeof(float)) return IO_ERROR;
         s.weights.resize(count);
         ULONG read = 0;
         if (length > 0 &&
             (iload->Read(s.weights.data(), length, &read) != IO_OK || read != length)) {
-          r = IO_ERROR;
+          return IO_ERROR;
         }
         have_weights = true;
-        break;
+        return IO_OK;
       }
-      case kNamesChunk: {
-        IOResult sub;
-        while ((sub = iload->OpenChunk()) == IO_OK) {
-          std::string name;
-          if (iload->CurChunkID() == kNameChunk) {
-            if (iload->ReadWStringChunk(name) != IO_OK) r = IO_ERROR;
-            s.names.push_back(name);
-          }
-          iload->CloseChunk();
-          if (r != IO_OK) break;
-        }
-        if (r == IO_OK && sub != IO_END) r = sub;
+      case kNamesChunk:
         have_names = true;
-        break;
-      }
+        return ForEachChunk(iload, [&](USHORT sub_id) {
+          if (sub_id != kNameChunk) return IO_OK;
+          std::string name;
+          if (iload->ReadWStringChunk(name) != IO_OK) return IO_ERROR;
+          s.names.push_back(std::move(name));
+          return IO_OK;
+        });
       default:
-        break;
+        return IO_OK;
     }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  if (res != IO_END) return res;
+  });
+  if (res != IO_OK) return res;
   if (count < 0) count = 0;
   if (!have_weights) s.weights.assign(count, 1.0f);
   if (!have_names) s.names.assign(count, MSTR());

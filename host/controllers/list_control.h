@@ -32,7 +32,7 @@ class ClassDesc2;
 /// Undo: every change is undoable. Structural changes (append, delete) record the whole list
 /// each time; name, weight and active changes record once per hold.
 ///
-/// Chunks: 0x2535 locked (1 byte), 0x0100 item count (int32), 0x0110 active index (int32),
+/// Chunks: kLockChunkID locked (1 byte), 0x0100 item count (int32), 0x0110 active index (int32),
 /// 0x0120 the weights (count floats), 0x0130 a container of one 0x0131 text chunk per name. The
 /// items are references, saved by the scene.
 class ListControl : public CompoundControl, public IListControl {

@@ -1,8 +1,6 @@
 // Copyright Marvolith contributors.
 #include "host/controllers/prs_control.h"
 
-#include <cstdint>
-
 #include "host/controllers/controller_classes.h"
 #include "host/controllers/internal/controller_desc.h"
 #include "host/controllers/internal/state_restore.h"
@@ -13,7 +11,6 @@ namespace hci = host_controllers_internal;
 
 namespace {
 
-constexpr USHORT kLockedChunk = 0x2535;
 constexpr SClass_ID kSubSuper[3] = {CTRL_POSITION_CLASS_ID, CTRL_ROTATION_CLASS_ID,
                                     CTRL_SCALE_CLASS_ID};
 constexpr const char* kSubNames[3] = {"Position", "Rotation", "Scale"};
@@ -205,27 +202,15 @@ RefTargetHandle PRSControl::Clone(RemapDir& remap) {
   return c;
 }
 
-IOResult PRSControl::Save(ISave* isave) {
-  const std::uint8_t locked = locked_ ? 1 : 0;
-  return SaveChunk(isave, kLockedChunk, locked);
-}
+IOResult PRSControl::Save(ISave* isave) { return SaveLockChunk(isave, locked_); }
 
 IOResult PRSControl::Load(ILoad* iload) {
   State s = GetState();
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    if (iload->CurChunkID() == kLockedChunk) {
-      std::uint8_t b = 0;
-      r = LoadValue(iload, b);
-      s.locked = b != 0;
-    }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  if (res != IO_END) return res;
-  SetState(s);
-  return IO_OK;
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
+    return id == kLockChunkID ? LoadLockChunk(iload, s.locked) : IO_OK;
+  });
+  if (res == IO_OK) SetState(s);
+  return res;
 }
 
 ClassDesc2* PRSClassDesc() {

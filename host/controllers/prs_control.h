@@ -30,7 +30,7 @@ inline constexpr ULONG kPRSClassIDPartA = 37206;
 ///     localOrigin is set, else also its position about the origin of tmAxis;
 ///   XFORM_SCALE: factors p along the axes of tmAxis, as a relative ScaleValue, about the
 ///     node's origin when localOrigin is set, else also its position about tmAxis's origin.
-/// Nothing happens while locked. Saves its locked flag (chunk 0x2535).
+/// Nothing happens while locked. Saves its locked flag (chunk kLockChunkID).
 class PRSControl : public CompoundControl {
  public:
   /// With loading false the three default controllers are made.

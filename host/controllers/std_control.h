@@ -4,8 +4,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "host/core/control.h"
+#include "host/io/chunk_io.h"
 
 /// Bytes of the largest value a StdControl evaluates to (a ScaleValue, 28 bytes).
 inline constexpr std::size_t kStdControlValueBytes = 32;
@@ -83,6 +85,24 @@ class LockableControl : public Control, public ILockedTrackImp {
   }
   using Control::GetInterface;
 };
+
+/// The chunk that holds a track's locked flag: one byte, nonzero when locked.
+inline constexpr USHORT kLockChunkID = 0x2535;
+
+/// Writes locked as chunk kLockChunkID.
+inline IOResult SaveLockChunk(ISave* isave, bool locked) {
+  return SaveChunk(isave, kLockChunkID, static_cast<std::uint8_t>(locked ? 1 : 0));
+}
+
+/// Reads the one-byte flag from the open chunk (kLockChunkID, or a class's own id for the same
+/// record). A chunk of another size is damaged: locked is left as it was and IO_ERROR is
+/// answered.
+inline IOResult LoadLockChunk(ILoad* iload, bool& locked) {
+  std::uint8_t b = 0;
+  const IOResult res = LoadValue(iload, b);
+  if (res == IO_OK) locked = b != 0;
+  return res;
+}
 
 /// True for the out-of-range types ORT_CONSTANT .. ORT_RELATIVE_REPEAT.
 constexpr bool IsValidORT(int ort) { return ort >= ORT_CONSTANT && ort <= ORT_RELATIVE_REPEAT; }

@@ -16,7 +16,6 @@ namespace hci = host_controllers_internal;
 
 namespace {
 
-constexpr USHORT kLockedChunk = 0x2535;
 constexpr USHORT kOrderChunk = 0x0100;
 // Relative rotations are applied in steps of at most three quarters of a turn so that
 // ContinuousQuatToEuler can follow them, and never more than this many steps.
@@ -96,40 +95,25 @@ bool FloatTripleControl::CopyChannels(Control* from) {
 }
 
 IOResult FloatTripleControl::Save(ISave* isave) {
-  const std::uint8_t locked = locked_ ? 1 : 0;
-  if (SaveChunk(isave, kLockedChunk, locked) != IO_OK) return IO_ERROR;
+  if (SaveLockChunk(isave, locked_) != IO_OK) return IO_ERROR;
   if (saves_order_) return SaveChunk(isave, kOrderChunk, std::int32_t(order_));
   return IO_OK;
 }
 
 IOResult FloatTripleControl::Load(ILoad* iload) {
   State s = GetState();
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    IOResult r = IO_OK;
-    switch (iload->CurChunkID()) {
-      case kLockedChunk: {
-        std::uint8_t b = 0;
-        r = LoadValue(iload, b);
-        s.locked = b != 0;
-        break;
-      }
-      case kOrderChunk: {
-        std::int32_t order = 0;
-        r = LoadValue(iload, order);
-        if (r == IO_OK && (order < 0 || order >= kEulerOrderCount)) r = IO_ERROR;
-        s.order = order;
-        break;
-      }
-      default:
-        break;
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) -> IOResult {
+    if (id == kLockChunkID) return LoadLockChunk(iload, s.locked);
+    if (id == kOrderChunk) {
+      std::int32_t order = 0;
+      if (LoadValue(iload, order) != IO_OK || order < 0 || order >= kEulerOrderCount)
+        return IO_ERROR;
+      s.order = order;
     }
-    iload->CloseChunk();
-    if (r != IO_OK) return r;
-  }
-  if (res != IO_END) return res;
-  SetState(s);
-  return IO_OK;
+    return IO_OK;
+  });
+  if (res == IO_OK) SetState(s);
+  return res;
 }
 
 // ---- EulerXYZControl ----

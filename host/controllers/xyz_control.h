@@ -10,7 +10,7 @@ class ClassDesc2;
 
 /// Three float sub-controllers in references and sub-anims 0, 1, 2 (X, Y, Z), each assignable to
 /// any float controller. A missing channel reads 0 and is skipped when set. Saves its locked
-/// flag (chunk 0x2535) and, for Euler XYZ, its order (chunk 0x0100, int32 0..8); the channels
+/// flag (chunk kLockChunkID) and, for Euler XYZ, its order (chunk 0x0100, int32 0..8); the channels
 /// are references, saved by the scene.
 class FloatTripleControl : public CompoundControl {
  public:

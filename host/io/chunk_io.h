@@ -88,3 +88,20 @@ IOResult LoadValue(ILoad* iload, T& value) {
   std::memcpy(&value, tmp, sizeof(T));  // memcpy: T may be an array
   return IO_OK;
 }
+
+/// Walks the chunks at the current level: opens each, calls on_chunk(USHORT id) -> IOResult
+/// while it is open, then closes it. on_chunk answers IO_OK for ids it does not know, so those
+/// are skipped. The first failure ends the walk and is answered: on_chunk's own result, then
+/// that of closing, then that of opening (damaged data). The level's end answers IO_OK.
+template <typename F>
+IOResult ForEachChunk(ILoad* iload, F&& on_chunk) {
+  static_assert(std::is_invocable_r_v<IOResult, F&, USHORT>);
+  IOResult res;
+  while ((res = iload->OpenChunk()) == IO_OK) {
+    const IOResult r = on_chunk(iload->CurChunkID());
+    const IOResult closed = iload->CloseChunk();
+    if (r != IO_OK) return r;
+    if (closed != IO_OK) return closed;
+  }
+  return res == IO_END ? IO_OK : res;
+}

@@ -417,51 +417,45 @@ IOResult BezierShape::Save(ISave* isave) const {
 
 IOResult BezierShape::Load(ILoad* iload) {
   NewShape();
-  auto fail = [this] {
-    NewShape();
-    LogLine("Marvolith: a spline shape in the file is damaged.\n");
-    return IO_ERROR;
-  };
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    const USHORT id = iload->CurChunkID();
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
     if (id == kStepsChunk) {
       std::int32_t s = 0;
-      if (LoadValue(iload, s) != IO_OK || s < 0 || s > 100) return fail();
+      if (LoadValue(iload, s) != IO_OK || s < 0 || s > 100) return IO_ERROR;
       steps = s;
     } else if (id == kSplineChunk) {
       Spline3D spline;
       bool closed = false;
-      IOResult sub;
-      while ((sub = iload->OpenChunk()) == IO_OK) {
-        const USHORT sid = iload->CurChunkID();
+      const IOResult sub = ForEachChunk(iload, [&](USHORT sid) {
         if (sid == kClosedChunk) {
           std::uint8_t c = 0;
-          if (LoadValue(iload, c) != IO_OK || c > 1) return fail();
+          if (LoadValue(iload, c) != IO_OK || c > 1) return IO_ERROR;
           closed = c != 0;
         } else if (sid == kKnotsChunk) {
           const ULONG length = iload->CurChunkLength();
-          if (length % sizeof(KnotRecord) != 0) return fail();
+          if (length % sizeof(KnotRecord) != 0) return IO_ERROR;
           std::vector<KnotRecord> records(length / sizeof(KnotRecord));
           ULONG read = 0;
           if (length > 0 && (iload->Read(records.data(), length, &read) != IO_OK || read != length))
-            return fail();
+            return IO_ERROR;
           for (const KnotRecord& r : records) {
             if (r.ktype < KTYPE_AUTO || r.ktype > KTYPE_BEZIER_CORNER || r.ltype < LTYPE_CURVE ||
                 r.ltype > LTYPE_LINE)
-              return fail();
+              return IO_ERROR;
             spline.AddKnot(SplineKnot(r.ktype, r.ltype, Point3(r.p[0], r.p[1], r.p[2]),
                                       Point3(r.p[3], r.p[4], r.p[5]),
                                       Point3(r.p[6], r.p[7], r.p[8])));
           }
         }
-        if (iload->CloseChunk() != IO_OK) return fail();
-      }
-      if (sub != IO_END) return fail();
+        return IO_OK;
+      });
+      if (sub != IO_OK) return IO_ERROR;
       spline.SetClosed(closed);
       splines_.push_back(std::move(spline));
     }
-    if (iload->CloseChunk() != IO_OK) return fail();
-  }
-  return res == IO_END ? IO_OK : fail();
+    return IO_OK;
+  });
+  if (res == IO_OK) return IO_OK;
+  NewShape();
+  LogLine("Marvolith: a spline shape in the file is damaged.\n");
+  return IO_ERROR;
 }

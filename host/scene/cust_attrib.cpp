@@ -99,19 +99,14 @@ class CustAttribContainer : public ICustAttribContainer, public IRefSlotCheck {
     return SaveChunk(isave, kCountChunk, count);
   }
   IOResult Load(ILoad* iload) override {
-    IOResult res = IO_OK;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      if (iload->CurChunkID() == kCountChunk) {
-        int count = 0;
-        res = LoadValue(iload, count);
-        if (res == IO_OK && (count < 0 || count > kMaxAttribs || !attribs_.empty())) res = IO_ERROR;
-        if (res == IO_OK) attribs_.assign(static_cast<size_t>(count), nullptr);
-      }
-      IOResult closed = iload->CloseChunk();
-      if (res != IO_OK) return res;
-      if (closed != IO_OK) return closed;
-    }
-    return res == IO_END ? IO_OK : res;
+    return ForEachChunk(iload, [&](USHORT id) {
+      if (id != kCountChunk) return IO_OK;
+      int count = 0;
+      if (LoadValue(iload, count) != IO_OK || count < 0 || count > kMaxAttribs || !attribs_.empty())
+        return IO_ERROR;
+      attribs_.assign(static_cast<size_t>(count), nullptr);
+      return IO_OK;
+    });
   }
 
   std::vector<CustAttrib*>& Attribs() { return attribs_; }

@@ -217,37 +217,22 @@ class DerivedObject : public IDerivedObject, public IRefSlotCheck {
   }
 
   IOResult Load(ILoad* iload) override {
-    IOResult res = IO_OK;
     size_t next_context = 0;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      switch (iload->CurChunkID()) {
-        case kModCountChunk: {
-          int count = 0;
-          res = LoadValue(iload, count);
-          if (res == IO_OK && (count < 0 || count > kMaxModifiers || !mods_.empty()))
-            res = IO_ERROR;
-          if (res == IO_OK) {
-            mods_.assign(static_cast<size_t>(count), nullptr);
-            contexts_.clear();
-            for (int i = 0; i < count; ++i) contexts_.push_back(std::make_shared<ModContext>());
-          }
-          break;
-        }
-        case kModContextChunk:
-          if (next_context >= contexts_.size()) {
-            res = IO_ERROR;
-            break;
-          }
-          res = LoadContext(iload, *contexts_[next_context++]);
-          break;
-        default:
-          break;
+    return ForEachChunk(iload, [&](USHORT id) {
+      if (id == kModCountChunk) {
+        int count = 0;
+        if (LoadValue(iload, count) != IO_OK || count < 0 || count > kMaxModifiers ||
+            !mods_.empty())
+          return IO_ERROR;
+        mods_.assign(static_cast<size_t>(count), nullptr);
+        contexts_.clear();
+        for (int i = 0; i < count; ++i) contexts_.push_back(std::make_shared<ModContext>());
+      } else if (id == kModContextChunk) {
+        if (next_context >= contexts_.size()) return IO_ERROR;
+        return LoadContext(iload, *contexts_[next_context++]);
       }
-      IOResult closed = iload->CloseChunk();
-      if (res != IO_OK) return res;
-      if (closed != IO_OK) return closed;
-    }
-    return res == IO_END ? IO_OK : res;
+      return IO_OK;
+    });
   }
 
   RefTargetHandle Clone(RemapDir& remap) override {
@@ -275,29 +260,21 @@ class DerivedObject : public IDerivedObject, public IRefSlotCheck {
   friend class StackLayoutRestore;
 
   static IOResult LoadContext(ILoad* iload, ModContext& mc) {
-    IOResult res = IO_OK;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      if (iload->CurChunkID() == kModContextTMChunk) {
+    return ForEachChunk(iload, [&](USHORT id) {
+      if (id == kModContextTMChunk) {
         Matrix3 tm;
-        res = LoadValue(iload, tm);
-        if (res == IO_OK) {
-          tm.ValidateFlags();
-          delete mc.tm;
-          mc.tm = new Matrix3(tm);
-        }
-      } else if (iload->CurChunkID() == kModContextBoxChunk) {
+        if (LoadValue(iload, tm) != IO_OK) return IO_ERROR;
+        tm.ValidateFlags();
+        delete mc.tm;
+        mc.tm = new Matrix3(tm);
+      } else if (id == kModContextBoxChunk) {
         Box3 box;
-        res = LoadValue(iload, box);
-        if (res == IO_OK) {
-          delete mc.box;
-          mc.box = new Box3(box);
-        }
+        if (LoadValue(iload, box) != IO_OK) return IO_ERROR;
+        delete mc.box;
+        mc.box = new Box3(box);
       }
-      IOResult closed = iload->CloseChunk();
-      if (res != IO_OK) return res;
-      if (closed != IO_OK) return closed;
-    }
-    return res == IO_END ? IO_OK : res;
+      return IO_OK;
+    });
   }
 
   void PutLayout() {

@@ -136,15 +136,11 @@ class Layer : public ILayer, public IRefSlotCheck {
     return SaveChunk(isave, kLayerFlagsChunk, state_.flags);
   }
   IOResult Load(ILoad* iload) override {
-    IOResult res = IO_OK;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      if (iload->CurChunkID() == kLayerNameChunk) res = iload->ReadWStringChunk(state_.name);
-      if (iload->CurChunkID() == kLayerFlagsChunk) res = LoadValue(iload, state_.flags);
-      IOResult closed = iload->CloseChunk();
-      if (res != IO_OK) return res;
-      if (closed != IO_OK) return closed;
-    }
-    return res == IO_END ? IO_OK : res;
+    return ForEachChunk(iload, [&](USHORT id) {
+      if (id == kLayerNameChunk) return iload->ReadWStringChunk(state_.name);
+      if (id == kLayerFlagsChunk) return LoadValue(iload, state_.flags);
+      return IO_OK;
+    });
   }
 
   const LayerState& State() const { return state_; }
@@ -283,22 +279,19 @@ class LayerManager : public ILayerManager, public IRefSlotCheck {
     return SaveChunk(isave, kManagerCurrentChunk, current_);
   }
   IOResult Load(ILoad* iload) override {
-    IOResult res = IO_OK;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      if (iload->CurChunkID() == kManagerCountChunk) {
+    const IOResult res = ForEachChunk(iload, [&](USHORT id) {
+      if (id == kManagerCountChunk) {
         int count = 0;
-        res = LoadValue(iload, count);
-        if (res == IO_OK && (count < 1 || count > kMaxLayers || !layers_.empty())) res = IO_ERROR;
-        if (res == IO_OK) layers_.assign(static_cast<size_t>(count), nullptr);
-      } else if (iload->CurChunkID() == kManagerCurrentChunk) {
-        res = LoadValue(iload, current_);
+        if (LoadValue(iload, count) != IO_OK || count < 1 || count > kMaxLayers || !layers_.empty())
+          return IO_ERROR;
+        layers_.assign(static_cast<size_t>(count), nullptr);
+      } else if (id == kManagerCurrentChunk) {
+        return LoadValue(iload, current_);
       }
-      IOResult closed = iload->CloseChunk();
-      if (res != IO_OK) return res;
-      if (closed != IO_OK) return closed;
-    }
-    if (res == IO_END && (current_ < 0 || current_ >= GetLayerCount())) current_ = 0;
-    return res == IO_END ? IO_OK : res;
+      return IO_OK;
+    });
+    if (res == IO_OK && (current_ < 0 || current_ >= GetLayerCount())) current_ = 0;
+    return res;
   }
 
   void Append(ILayer* layer) {

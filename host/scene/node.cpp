@@ -276,39 +276,28 @@ IOResult Node::Save(ISave* isave) {
 }
 
 IOResult Node::Load(ILoad* iload) {
-  IOResult res = IO_OK;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    switch (iload->CurChunkID()) {
+  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
+    switch (id) {
       case kNameChunk:
-        res = iload->ReadWStringChunk(state_.name);
-        break;
+        return iload->ReadWStringChunk(state_.name);
       case kWireColorChunk:
-        res = LoadValue(iload, state_.wire_color);
-        break;
+        return LoadValue(iload, state_.wire_color);
       case kFlagsChunk:
-        res = LoadValue(iload, state_.flags);
-        break;
+        return LoadValue(iload, state_.flags);
       case kLocksChunk:
-        res = LoadValue(iload, state_.locks);
-        break;
+        return LoadValue(iload, state_.locks);
       case kOffsetPosChunk:
-        res = LoadValue(iload, state_.offset_pos);
-        break;
+        return LoadValue(iload, state_.offset_pos);
       case kOffsetRotChunk:
-        res = LoadValue(iload, state_.offset_rot);
-        break;
+        return LoadValue(iload, state_.offset_rot);
       case kOffsetScaleChunk:
-        res = LoadValue(iload, state_.offset_scale);
-        break;
+        return LoadValue(iload, state_.offset_scale);
       default:
-        break;
+        return IO_OK;
     }
-    IOResult closed = iload->CloseChunk();
-    if (res != IO_OK) return res;
-    if (closed != IO_OK) return closed;
-  }
+  });
   state_.locks &= INODE_LOCK_ALL;
-  return res == IO_END ? IO_OK : res;
+  return res;
 }
 
 INode* Node::GetChildNode(int i) {

@@ -114,6 +114,62 @@ TEST(ChunkStreamTest, DamagedDataFailsWithoutReadingPastTheEnd) {
   }
 }
 
+TEST(ChunkStreamTest, ForEachChunkSkipsUnknownStopsAtFirstErrorAndAnswersDamage) {
+  ChunkWriter w;
+  SaveChunk(&w, 1, std::int32_t{10});
+  SaveChunk(&w, 0x7777, std::uint8_t{9});  // a chunk the caller does not know
+  SaveChunk(&w, 2, std::int32_t{20});
+  SaveChunk(&w, 3, std::int32_t{30});
+  ASSERT_TRUE(w.Ok());
+  const auto bytes = w.Bytes();
+  {
+    SCOPED_TRACE("every chunk handed over in order, unknown ones skipped");
+    ChunkReader r(bytes);
+    std::vector<USHORT> ids;
+    std::vector<std::int32_t> values;
+    EXPECT_EQ(ForEachChunk(&r,
+                           [&](USHORT id) {
+                             ids.push_back(id);
+                             if (id == 0x7777) return IO_OK;
+                             std::int32_t v = 0;
+                             const IOResult res = LoadValue(&r, v);
+                             values.push_back(v);
+                             return res;
+                           }),
+              IO_OK);
+    EXPECT_EQ(ids, (std::vector<USHORT>{1, 0x7777, 2, 3}));
+    EXPECT_EQ(values, (std::vector<std::int32_t>{10, 20, 30}));
+    EXPECT_EQ(r.Depth(), 0);
+  }
+  {
+    SCOPED_TRACE("the callback's failure ends the walk and is answered, its chunk closed");
+    ChunkReader r(bytes);
+    std::vector<USHORT> ids;
+    EXPECT_EQ(ForEachChunk(&r,
+                           [&](USHORT id) {
+                             ids.push_back(id);
+                             return id == 2 ? IO_ERROR : IO_OK;
+                           }),
+              IO_ERROR);
+    EXPECT_EQ(ids, (std::vector<USHORT>{1, 0x7777, 2}));
+    ASSERT_EQ(r.OpenChunk(), IO_OK) << "the reader stands at the chunk after the failed one";
+    EXPECT_EQ(r.CurChunkID(), 3);
+  }
+  {
+    SCOPED_TRACE("damaged data: the chunks before it are handed over, then the error answered");
+    const std::vector<std::uint8_t> cut(bytes.begin(), bytes.end() - 2);
+    ChunkReader r(cut);
+    int seen = 0;
+    EXPECT_EQ(ForEachChunk(&r,
+                           [&](USHORT) {
+                             ++seen;
+                             return IO_OK;
+                           }),
+              IO_ERROR);
+    EXPECT_EQ(seen, 3);
+  }
+}
+
 TEST(ChunkStreamTest, WriterRefusesMixedChunks) {
   ChunkWriter w;
   w.BeginChunk(1);
