@@ -16,7 +16,7 @@
 #include "host/script/runner.h"
 #include "host/script/script_errors.h"
 #include "plugin/strings.h"
-#include "tests/controllers/value_controller_test_util.h"
+#include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
 
 namespace marvolith::test {
@@ -47,10 +47,10 @@ class TimeFloat : public Control {
   std::vector<RefMessage> heard;
 };
 
-class ConnectionTest : public ValueControllerTest {
+class ConnectionTest : public ControllerTest {
  protected:
   void SetUp() override {
-    ValueControllerTest::SetUp();
+    ControllerTest::SetUp();
     RegisterHostClasses();
     SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
     for (ClassDesc2* cd : {GetFloatConnectionDesc(), GetPositionConnectionDesc(),
@@ -62,7 +62,7 @@ class ConnectionTest : public ValueControllerTest {
     theHold.Clear();
   }
   void TearDown() override {
-    ValueControllerTest::TearDown();
+    ControllerTest::TearDown();
     for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
     SetModuleInstance(nullptr);
   }

@@ -15,17 +15,17 @@
 #include "host/registry/host_classes.h"
 #include "host/scene/scene.h"
 #include "plugin/strings.h"
-#include "tests/controllers/value_controller_test_util.h"
 #include "tests/support/alloc_counter.h"
+#include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
 
 namespace marvolith::test {
 namespace {
 
-class FloatTracksTest : public ValueControllerTest {
+class FloatTracksTest : public ControllerTest {
  protected:
   void SetUp() override {
-    ValueControllerTest::SetUp();
+    ControllerTest::SetUp();
     RegisterHostClasses();
     SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
     for (ClassDesc2* cd : {GetFloatExposeTMDesc(), GetFloatOperationDesc(), GetFloatWaveDesc(),
@@ -42,7 +42,7 @@ class FloatTracksTest : public ValueControllerTest {
     theHold.Clear();
   }
   void TearDown() override {
-    ValueControllerTest::TearDown();
+    ControllerTest::TearDown();
     for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
     SetModuleInstance(nullptr);
   }

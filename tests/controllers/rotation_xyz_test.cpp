@@ -11,15 +11,15 @@
 #include "host/controllers/controller_classes.h"
 #include "host/controllers/xyz_control.h"
 #include "host/math/euler.h"
-#include "tests/controllers/value_controller_test_util.h"
 #include "tests/support/alloc_counter.h"
+#include "tests/support/controller_test_util.h"
 #include "tests/support/math_generators.h"
 #include "tests/support/math_matchers.h"
 
 namespace marvolith::test {
 namespace {
 
-class RotationXYZTest : public ValueControllerTest {
+class RotationXYZTest : public ControllerTest {
  protected:
   RotationXYZ* Make(float x = 0, float y = 0, float z = 0) {
     auto* r = Keep(new RotationXYZ());

@@ -15,15 +15,15 @@
 #include "host/math/euler.h"
 #include "host/scene/inode.h"
 #include "plugin/strings.h"
-#include "tests/controllers/value_controller_test_util.h"
 #include "tests/support/alloc_counter.h"
+#include "tests/support/controller_test_util.h"
 #include "tests/support/math_generators.h"
 #include "tests/support/math_matchers.h"
 
 namespace marvolith::test {
 namespace {
 
-class StaticControlsTest : public ValueControllerTest {
+class StaticControlsTest : public ControllerTest {
  protected:
   template <typename C>
   C* Make(const typename C::ValueType& v) {

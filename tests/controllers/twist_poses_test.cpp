@@ -10,16 +10,16 @@
 #include "host/scene/scene.h"
 #include "host/script/fp_dispatch.h"
 #include "plugin/strings.h"
-#include "tests/controllers/value_controller_test_util.h"
+#include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
 
 namespace marvolith::test {
 namespace {
 
-class TwistPosesTest : public ValueControllerTest {
+class TwistPosesTest : public ControllerTest {
  protected:
   void SetUp() override {
-    ValueControllerTest::SetUp();
+    ControllerTest::SetUp();
     RegisterHostClasses();
     SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
     upper = ip->CreateObjectNode(nullptr, "upper");
@@ -37,7 +37,7 @@ class TwistPosesTest : public ValueControllerTest {
     theHold.Clear();
   }
   void TearDown() override {
-    ValueControllerTest::TearDown();
+    ControllerTest::TearDown();
     SetModuleInstance(nullptr);
   }
   /// Places the forearm at rot_ls in its parent's space, 10 units out along the parent's X.

@@ -59,24 +59,20 @@ std::string Show(const T& value) {
   return os.str();
 }
 
-/// Largest absolute component difference (NaN when either side has a NaN).
-inline float MaxDifference(const Point3& a, const Point3& b) {
+/// Largest absolute difference of the first count components (NaN when either side has a NaN).
+template <typename V>
+float MaxComponentDifference(const V& a, const V& b, int count) {
   float d = 0.0f;
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < count; ++i) {
     float e = std::fabs(a[i] - b[i]);
     if (!(e <= d) && !std::isnan(d)) d = e;  // a NaN, once seen, stays
   }
   return d;
 }
-
-inline float MaxDifference(const Quat& a, const Quat& b) {
-  float d = 0.0f;
-  for (int i = 0; i < 4; ++i) {
-    float e = std::fabs(a[i] - b[i]);
-    if (!(e <= d) && !std::isnan(d)) d = e;
-  }
-  return d;
+inline float MaxDifference(const Point3& a, const Point3& b) {
+  return MaxComponentDifference(a, b, 3);
 }
+inline float MaxDifference(const Quat& a, const Quat& b) { return MaxComponentDifference(a, b, 4); }
 
 /// Angle in radians of the rotation that takes a to b (0 for q and -q); NaN for zero input.
 inline double RotationAngleBetween(const Quat& a, const Quat& b) {

@@ -17,6 +17,20 @@
 
 namespace marvolith::test {
 
+/// Load of an object whose whole state is one float in chunk 1.
+inline IOResult LoadFloatChunk(ILoad* iload, float& value) {
+  return ForEachChunk(iload, [&](USHORT id) { return id == 1 ? LoadValue(iload, value) : IO_OK; });
+}
+
+/// Clone of an object whose whole state is the float member of T.
+template <typename T>
+T* CloneWithFloat(T* from, float T::*member, RemapDir& remap) {
+  auto* c = new T;
+  c->*member = from->*member;
+  from->BaseClone(from, c, remap);
+  return c;
+}
+
 /// A transform controller with linear keys of a position and a Z angle (constant outside the
 /// keys), or one constant local transform without keys. With a target node in reference 0 it
 /// places the node relative to the target instead of the parent (a minimal constraint).
@@ -141,28 +155,22 @@ class TestTransform : public Control {
     return IO_OK;
   }
   IOResult Load(ILoad* iload) override {
-    IOResult res;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      Key k{};
-      IOResult r = IO_OK;
-      switch (iload->CurChunkID()) {
+    return ForEachChunk(iload, [&](USHORT id) {
+      switch (id) {
         case 1:
-          r = LoadValue(iload, state_.pos);
-          break;
+          return LoadValue(iload, state_.pos);
         case 2:
-          r = LoadValue(iload, state_.rot_z);
-          break;
-        case 3:
-          r = LoadValue(iload, k);
+          return LoadValue(iload, state_.rot_z);
+        case 3: {
+          Key k{};
+          const IOResult r = LoadValue(iload, k);
           if (r == IO_OK) state_.keys.push_back(k);
-          break;
+          return r;
+        }
         default:
-          break;
+          return IO_OK;
       }
-      iload->CloseChunk();
-      if (r != IO_OK) return r;
-    }
-    return res == IO_END ? IO_OK : res;
+    });
   }
   RefTargetHandle Clone(RemapDir& remap) override {
     auto* c = new TestTransform;
@@ -246,20 +254,9 @@ class TestHelper : public HelperObject {
     return copy;
   }
   IOResult Save(ISave* isave) override { return SaveChunk(isave, 1, size); }
-  IOResult Load(ILoad* iload) override {
-    IOResult res;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      IOResult r = iload->CurChunkID() == 1 ? LoadValue(iload, size) : IO_OK;
-      iload->CloseChunk();
-      if (r != IO_OK) return r;
-    }
-    return res == IO_END ? IO_OK : res;
-  }
+  IOResult Load(ILoad* iload) override { return LoadFloatChunk(iload, size); }
   RefTargetHandle Clone(RemapDir& remap) override {
-    auto* c = new TestHelper;
-    c->size = size;
-    BaseClone(this, c, remap);
-    return c;
+    return CloneWithFloat(this, &TestHelper::size, remap);
   }
 
   float size = 10.0f;
@@ -287,20 +284,9 @@ class TestModifier : public Modifier {
     NotifyDependents(FOREVER, PART_GEOM, REFMSG_CHANGE);
   }
   IOResult Save(ISave* isave) override { return SaveChunk(isave, 1, factor); }
-  IOResult Load(ILoad* iload) override {
-    IOResult res;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      IOResult r = iload->CurChunkID() == 1 ? LoadValue(iload, factor) : IO_OK;
-      iload->CloseChunk();
-      if (r != IO_OK) return r;
-    }
-    return res == IO_END ? IO_OK : res;
-  }
+  IOResult Load(ILoad* iload) override { return LoadFloatChunk(iload, factor); }
   RefTargetHandle Clone(RemapDir& remap) override {
-    auto* c = new TestModifier;
-    c->factor = factor;
-    BaseClone(this, c, remap);
-    return c;
+    return CloneWithFloat(this, &TestModifier::factor, remap);
   }
 
   float factor = 2.0f;
@@ -324,19 +310,14 @@ class TestAttrib : public CustAttrib {
     return SaveChunk(isave, 2, isave->GetRefID(watched));
   }
   IOResult Load(ILoad* iload) override {
-    IOResult res;
-    while ((res = iload->OpenChunk()) == IO_OK) {
-      IOResult r = IO_OK;
-      if (iload->CurChunkID() == 1) r = LoadValue(iload, value);
-      if (iload->CurChunkID() == 2) {
-        int id = -1;
-        r = LoadValue(iload, id);
-        if (r == IO_OK) iload->RecordBackpatch(id, reinterpret_cast<void**>(&watched));
-      }
-      iload->CloseChunk();
-      if (r != IO_OK) return r;
-    }
-    return res == IO_END ? IO_OK : res;
+    return ForEachChunk(iload, [&](USHORT chunk) {
+      if (chunk == 1) return LoadValue(iload, value);
+      if (chunk != 2) return IO_OK;
+      int id = -1;
+      const IOResult r = LoadValue(iload, id);
+      if (r == IO_OK) iload->RecordBackpatch(id, reinterpret_cast<void**>(&watched));
+      return r;
+    });
   }
   RefTargetHandle Clone(RemapDir& remap) override {
     auto* c = new TestAttrib;

@@ -7,7 +7,7 @@
 #include "host/controllers/prs_control.h"
 #include "host/controllers/xyz_control.h"
 #include "host/math/euler.h"
-#include "tests/host/controllers/controller_test_util.h"
+#include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
 
 namespace marvolith::test {

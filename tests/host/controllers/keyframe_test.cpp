@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "host/controllers/keyframe_control.h"
-#include "tests/host/controllers/controller_test_util.h"
+#include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
 
 namespace marvolith::test {

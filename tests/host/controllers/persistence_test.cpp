@@ -11,33 +11,13 @@
 #include "host/controllers/prs_control.h"
 #include "host/controllers/xyz_control.h"
 #include "host/registry/class_desc.h"
-#include "tests/host/controllers/controller_test_util.h"
 #include "tests/support/alloc_counter.h"
+#include "tests/support/controller_test_util.h"
 
 namespace marvolith::test {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-// Chunk bytes by hand, from the documented layout: id, length with header, container bit.
-Bytes Chunk(USHORT id, const Bytes& payload, bool container = false) {
-  std::uint32_t length =
-      static_cast<std::uint32_t>(payload.size() + 6) | (container ? 1u << 31 : 0);
-  Bytes out = {static_cast<std::uint8_t>(id), static_cast<std::uint8_t>(id >> 8)};
-  for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(length >> (8 * i)));
-  out.insert(out.end(), payload.begin(), payload.end());
-  return out;
-}
-Bytes Int32(std::int32_t v) {
-  Bytes b(4);
-  std::memcpy(b.data(), &v, 4);
-  return b;
-}
-Bytes Cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
+Bytes Int32(std::int32_t v) { return RawBytes(v); }
 
 using PersistenceTest = ControllerTest;
 

@@ -1,5 +1,6 @@
 // Copyright Marvolith contributors.
-// Shared helpers of the controller tests: value reads, key builders, save bytes, a fixture.
+// Helpers of the controller tests, host and toolkit alike: key builders, value reads, save and
+// load through chunk bytes, and a fixture with a fresh scene per test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,9 +9,11 @@
 #include <vector>
 
 #include "host/controllers/keyframe_control.h"
+#include "host/core/control.h"
 #include "host/io/chunk_stream.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
+#include "tests/support/chunk_bytes.h"
 #include "tests/support/test_objects.h"
 
 namespace marvolith::test {
@@ -27,6 +30,7 @@ inline IBezFloatKey BezKey(TimeValue t, float v, DWORD flags = kLinear) {
   return k;
 }
 
+/// The absolute value of c at t; *valid, when given, gets the interval it holds over.
 template <typename V>
 V ValueAt(Control* c, TimeValue t, Interval* valid = nullptr) {
   V v{};
@@ -44,7 +48,8 @@ inline Matrix3 WorldAt(Control* c, TimeValue t, const Matrix3& parent) {
   return m;
 }
 
-inline std::vector<std::uint8_t> SaveBytes(ReferenceMaker* maker) {
+/// What maker saves, inside one chunk of id 1.
+inline Bytes SaveBytes(ReferenceMaker* maker) {
   ChunkWriter w;
   w.BeginChunk(1);
   EXPECT_EQ(maker->Save(&w), IO_OK);
@@ -53,8 +58,9 @@ inline std::vector<std::uint8_t> SaveBytes(ReferenceMaker* maker) {
   return w.Bytes();
 }
 
-/// Loads bytes written by SaveBytes into maker; answers Load's result.
-inline IOResult LoadBytes(ReferenceMaker* maker, const std::vector<std::uint8_t>& bytes) {
+/// Loads bytes of the SaveBytes form into maker; answers Load's result, IO_ERROR when the outer
+/// chunk is missing.
+inline IOResult LoadBytes(ReferenceMaker* maker, const Bytes& bytes) {
   ChunkReader r(bytes);
   if (r.OpenChunk() != IO_OK) return IO_ERROR;
   IOResult res = maker->Load(&r);
@@ -62,18 +68,12 @@ inline IOResult LoadBytes(ReferenceMaker* maker, const std::vector<std::uint8_t>
   return res;
 }
 
-/// A fresh animation state per test; undo stacks and the kept roots are dropped at the end.
+/// A fresh scene and animation state per test (time 0, animate off, empty undo); the kept
+/// objects go at the end, after the scene is emptied again.
 class ControllerTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    GetCOREInterface()->Reset();
-    AnimateOff();
-    theHold.Clear();
-  }
-  void TearDown() override {
-    AnimateOff();
-    theHold.Clear();
-  }
+  void SetUp() override { GetCOREInterface()->Reset(); }
+  void TearDown() override { GetCOREInterface()->Reset(); }
   template <typename T>
   T* Keep(T* target) {
     return sweep_.Keep(target);
