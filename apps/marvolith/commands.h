@@ -6,6 +6,7 @@
 #include <string>
 
 #include "host/math/interval.h"
+#include "host/registry/plugin_loader.h"
 
 namespace marvolith::cli {
 
@@ -29,6 +30,9 @@ class ModuleSession {
   ModuleSession(const ModuleSession&) = delete;
   ModuleSession& operator=(const ModuleSession&) = delete;
 };
+
+/// The loaded module; raises the one-line reason it could not be loaded when it is missing.
+const LoadedPlugin* RequireModule();
 
 /// `--module PATH`: the option, so that the parser accepts it and help lists it.
 void AddModuleOption(CLI::App& app);

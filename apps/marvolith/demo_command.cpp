@@ -9,23 +9,59 @@
 #include "host/gfx/view_exp.h"
 #include "host/io/scene_file.h"
 #include "host/math/interval.h"
-#include "host/registry/host_classes.h"
 #include "host/scene/core_interface.h"
-#include "host/scene/demo_scene.h"
+#include "host/scene/inode.h"
+#include "host/script/runner.h"
 
 namespace marvolith::cli {
 namespace {
 
-constexpr int kDemoFrames[] = {0, 15, 30, 45, 60, 75};
+constexpr int kDemoFrames[] = {0, 15, 30, 45, 60};
 constexpr const char* kDemoPicture = "marvolith_demo.png";
 constexpr int kDemoPictureFrame = 30;
+constexpr const char* kRigNodes[] = {"rig_root", "rig_hips",  "rig_spine", "rig_chest",
+                                     "rig_head", "rig_arm_l", "rig_hand_l"};
 
-// World positions of the demo nodes at the demo frames, in order.
+// What a rigger would type: control objects from the module on rig transforms, in a hierarchy,
+// keyed through their Rotation XYZ tracks, the head driven by a wave and the hand's bend wired to
+// the arm's swing.
+constexpr const char* kRigScript = R"(
+fn rigControl nm figure sz par p = (
+  local c = ControlHelper name:nm
+  c.type = figure
+  c.size = sz
+  c.controller = RigTransform()
+  if par != undefined do c.parent = par
+  c.pos = p
+  c
+)
+root  = rigControl "rig_root"   34 60 undefined [0,0,0]
+hips  = rigControl "rig_hips"   12 20 root  [0,0,40]
+spine = rigControl "rig_spine"   5 24 hips  [0,0,55]
+chest = rigControl "rig_chest"   5 30 spine [0,0,70]
+head  = rigControl "rig_head"    9 12 chest [0,0,90]
+arm   = rigControl "rig_arm_l"  16 10 chest [15,0,75]
+hand  = rigControl "rig_hand_l" 31  8 arm   [38,0,75]
+with animate on (
+  at time 0  (root.pos = [0,0,0];   spine.rotation.controller.Y_Rotation = 0
+              arm.rotation.controller.Y_Rotation = 0)
+  at time 30 (root.pos = [40,0,0];  spine.rotation.controller.Y_Rotation = degToRad 20
+              arm.rotation.controller.Y_Rotation = degToRad (-60))
+  at time 60 (root.pos = [80,30,0]; spine.rotation.controller.Y_Rotation = degToRad (-10)
+              arm.rotation.controller.Y_Rotation = degToRad 30)
+)
+nod = FloatWave()
+head.rotation.controller.Z_Rotation.controller = nod
+follow = FloatConnection()
+hand.rotation.controller.Y_Rotation.controller = follow
+follow.SetTarget arm.rotation.controller.Y_Rotation.controller
+)";
+
 std::vector<Point3> SamplePositions() {
   Interface* ip = GetCOREInterface();
   std::vector<Point3> out;
   for (int frame : kDemoFrames) {
-    for (const char* name : kDemoNodeNames) {
+    for (const char* name : kRigNodes) {
       INode* node = ip->GetINodeByName(name);
       out.push_back(node ? node->GetNodeTM(frame * ip->GetTicksPerFrame()).GetTrans() : Point3());
     }
@@ -33,64 +69,65 @@ std::vector<Point3> SamplePositions() {
   return out;
 }
 
+void PrintPositions(const std::vector<Point3>& positions) {
+  std::printf("World positions:\n%6s", "frame");
+  for (const char* name : kRigNodes) std::printf(" %24s", name);
+  std::printf("\n");
+  size_t k = 0;
+  for (int frame : kDemoFrames) {
+    std::printf("%6d", frame);
+    for (size_t n = 0; n < std::size(kRigNodes); ++n, ++k) {
+      char cell[64];
+      std::snprintf(cell, sizeof(cell), "(%.1f, %.1f, %.1f)", positions[k].x, positions[k].y,
+                    positions[k].z);
+      std::printf(" %24s", cell);
+    }
+    std::printf("\n");
+  }
+}
+
 }  // namespace
 
 void AddDemoCommand(CLI::App& app) {
   auto* demo = app.add_subcommand("demo", "Show what this build can do, on built-in defaults");
   demo->callback([] {
-    RegisterHostClasses();
+    const LoadedPlugin* module = RequireModule();
     Interface* ip = GetCOREInterface();
     ip->Reset();
     std::printf("%s\n", VersionText());
-    std::printf("Headless host: %d ticks a second, %d ticks a frame, animation range %d..%d\n",
-                TIME_TICKSPERSEC, ip->GetTicksPerFrame(),
-                ip->GetAnimRange().Start() / ip->GetTicksPerFrame(),
-                ip->GetAnimRange().End() / ip->GetTicksPerFrame());
+    std::printf("Module: %s, %zu classes\n", module->path.c_str(), module->classes.size());
     std::printf(
-        "Built: host math, references, undo, parameter blocks, function publishing, "
-        "class directory, core interface, keyframe controllers, scene nodes, scene "
-        "files, viewport drawing and pictures\n");
+        "Built: headless host (scene, keyframe controllers, undo, scene files, scripting, "
+        "pictures); rig transform, static, Euler, connection, float math and twist "
+        "controllers; control objects with 43 figures\n");
 
-    const std::vector<INode*> nodes = BuildDemoScene();
+    const ScriptResult built = TheScriptRunner().Run(kRigScript);
+    if (!built.ok) throw CLI::RuntimeError("the demo rig script failed: " + built.ErrorText(), 1);
     std::printf(
-        "Demo scene: %zu nodes in a chain, keyed over frames 0..60 (Bezier position, "
-        "Euler XYZ, TCB rotation, Bezier scale)\n",
-        nodes.size());
-    std::printf("World positions:\n%6s", "frame");
-    for (const char* name : kDemoNodeNames) std::printf(" %26s", name);
-    std::printf("\n");
+        "Demo rig: %zu control objects on rig transforms, keyed over frames 0..60, the head "
+        "on a wave, the hand wired to the arm\n",
+        std::size(kRigNodes));
     const std::vector<Point3> before = SamplePositions();
-    size_t k = 0;
-    for (int frame : kDemoFrames) {
-      std::printf("%6d", frame);
-      for (size_t n = 0; n < std::size(kDemoNodeNames); ++n, ++k) {
-        char cell[64];
-        std::snprintf(cell, sizeof(cell), "(%.2f, %.2f, %.2f)", before[k].x, before[k].y,
-                      before[k].z);
-        std::printf(" %26s", cell);
-      }
-      std::printf("\n");
-    }
+    PrintPositions(before);
 
     // A picture of the rig mid-motion, beside the user.
-    std::string picture_error;
+    std::string error;
     const std::string picture = std::filesystem::absolute(kDemoPicture).string();
     if (!RenderOpenScene(kDemoPictureFrame * ip->GetTicksPerFrame(), VIEW_PERSP_USER, 800, 600,
-                         picture, &picture_error)) {
-      throw CLI::RuntimeError(picture_error, 1);
+                         picture, &error)) {
+      throw CLI::RuntimeError(error, 1);
     }
     std::printf("Picture: %s (frame %d, perspective view, 800 x 600)\n", picture.c_str(),
                 kDemoPictureFrame);
 
     std::vector<std::uint8_t> bytes;
-    std::string error;
     if (!SaveSceneToBytes(bytes, &error) || !LoadSceneFromBytes(bytes, &error))
       throw CLI::RuntimeError(error, 1);
     const bool same = SamplePositions() == before;
     std::printf("Scene file: %zu bytes; loaded back, evaluation %s\n", bytes.size(),
                 same ? "identical" : "DIFFERS");
     ip->Reset();
-    if (!same) throw CLI::RuntimeError("the demo scene evaluated differently after loading", 1);
+    if (!same) throw CLI::RuntimeError("the demo rig evaluated differently after loading", 1);
   });
 }
 

@@ -37,12 +37,6 @@ std::string Plain(const std::string& error) {
   return error.rfind(kPrefix, 0) == 0 ? error.substr(kPrefix.size()) : error;
 }
 
-const LoadedPlugin* RequireModule() {
-  const LoadedPlugin* plugin = NumLoadedPlugins() > 0 ? GetLoadedPlugin(0) : nullptr;
-  if (!plugin) throw CLI::RuntimeError(Plain(g_module_error), 1);
-  return plugin;
-}
-
 void PrintClasses() {
   const LoadedPlugin* plugin = RequireModule();
   const PluginExports& ex = plugin->exports;
@@ -64,6 +58,12 @@ void PrintClasses() {
 }
 
 }  // namespace
+
+const LoadedPlugin* RequireModule() {
+  const LoadedPlugin* plugin = NumLoadedPlugins() > 0 ? GetLoadedPlugin(0) : nullptr;
+  if (!plugin) throw CLI::RuntimeError(Plain(g_module_error), 1);
+  return plugin;
+}
 
 ModuleSession::ModuleSession(int argc, char** argv) {
   RegisterHostClasses();

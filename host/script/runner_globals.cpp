@@ -851,6 +851,16 @@ void RegisterBuiltinGlobals() {
       {"replace", Replace},
       {"formattedPrint", FormattedPrint},
       {"abs", Abs},
+      {"degToRad",
+       [](ScriptCall& c) {
+         return Math1(
+             c, [](double x) { return x; }, true, false);
+       }},
+      {"radToDeg",
+       [](ScriptCall& c) {
+         return Math1(
+             c, [](double x) { return x; }, false, true);
+       }},
       {"floor",
        [](ScriptCall& c) {
          return Math1(

@@ -125,6 +125,7 @@ TEST_F(RunnerLibraryTest, Math) {
       {"#(abs (-3), abs (-2.5), floor 2.7, ceil 2.1, sqrt 16, mod 7 3, pow 2 3)",
        "#(3, 2.5, 2.0, 3.0, 4.0, 1.0, 8)"},
       {"#(sin 90, cos 180, atan2 1 1, acos 0)", "#(1.0, -1.0, 45.0, 90.0)"},
+      {"#(radToDeg (degToRad 270), degToRad 180 == pi)", "#(270.0, true)"},
       {"#(length [3,4,0], normalize [0,0,5], dot x_axis y_axis, cross x_axis y_axis)",
        "#(5.0, [0,0,1], 0.0, [0,0,1])"},
       {"inverse (transMatrix [1,2,3]) * (transMatrix [1,2,3]) == matrix3 1", "true"},
