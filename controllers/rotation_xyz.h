@@ -99,6 +99,10 @@ class RotationXYZ : public CompoundControl, public IEulerControl {
   int NumSubs() override { return 3; }
   Animatable* SubAnim(int i) override;
   MSTR SubAnimName(int i, bool localized = true) override;
+  /// The three angle tracks read in degrees.
+  ParamDimension* GetParamDimension(int i) override {
+    return i >= 0 && i < 3 ? stdAngleDim : defaultDim;
+  }
   bool CanAssignController(int i) override { return i >= 0 && i < 3; }
   /// Puts a float controller at channel i; anything else is refused.
   bool AssignController(Animatable* control, int i) override;

@@ -45,10 +45,10 @@ hand  = rigControl "rig_hand_l" 31  8 arm   [38,0,75]
 with animate on (
   at time 0  (root.pos = [0,0,0];   spine.rotation.controller.Y_Rotation = 0
               arm.rotation.controller.Y_Rotation = 0)
-  at time 30 (root.pos = [40,0,0];  spine.rotation.controller.Y_Rotation = degToRad 20
-              arm.rotation.controller.Y_Rotation = degToRad (-60))
-  at time 60 (root.pos = [80,30,0]; spine.rotation.controller.Y_Rotation = degToRad (-10)
-              arm.rotation.controller.Y_Rotation = degToRad 30)
+  at time 30 (root.pos = [40,0,0];  spine.rotation.controller.Y_Rotation = 20
+              arm.rotation.controller.Y_Rotation = -60)
+  at time 60 (root.pos = [80,30,0]; spine.rotation.controller.Y_Rotation = -10
+              arm.rotation.controller.Y_Rotation = 30)
 )
 nod = FloatWave()
 head.rotation.controller.Z_Rotation.controller = nod

@@ -86,6 +86,10 @@ class EulerXYZControl : public FloatTripleControl, public IEulerControl {
   void GetClassName(MSTR& s, bool localized = true) const override { s = "Euler XYZ"; }
   void* GetInterface(ULONG id) override;
   using FloatTripleControl::GetInterface;
+  /// The three angle tracks read in degrees.
+  ParamDimension* GetParamDimension(int i) override {
+    return i >= 0 && i < 3 ? stdAngleDim : defaultDim;
+  }
 
   int GetOrder() override { return order_; }
   /// Undoable; tells dependents REFMSG_CHANGE and REFMSG_SUBANIM_STRUCTURE_CHANGED.

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "host/core/ids.h"
+#include "host/core/param_dimension.h"
 #include "host/core/tab.h"
 #include "host/math/interval.h"
 
@@ -80,6 +81,8 @@ class Animatable {
   virtual int NumSubs() { return 0; }
   virtual Animatable* SubAnim(int i) { return nullptr; }
   virtual MSTR SubAnimName(int i, bool localized = true) { return MSTR(); }
+  /// The display dimension of sub-anim i's values (degrees for an angle track, say).
+  virtual ParamDimension* GetParamDimension(int i) { return defaultDim; }
   virtual bool CanAssignController(int sub_anim) { return false; }
   /// Puts control at sub-anim sub_anim; answers true when it was assigned.
   virtual bool AssignController(Animatable* control, int sub_anim) { return false; }

@@ -883,6 +883,22 @@ MSTR IParamBlock2::SubAnimName(int i, bool localized) {
   return name;
 }
 
+ParamDimension* IParamBlock2::GetParamDimension(int i) {
+  int tab = 0;
+  const ParamID id = AnimNumToParamID(i, tab);
+  if (id < 0) return defaultDim;
+  switch (desc_->GetParamDef(id)->type & ~TYPE_TAB) {
+    case TYPE_ANGLE:
+      return stdAngleDim;
+    case TYPE_PCNT_FRAC:
+      return stdPercentDim;
+    case TYPE_WORLD:
+      return stdWorldDim;
+    default:
+      return defaultDim;
+  }
+}
+
 bool IParamBlock2::CanAssignController(int sub_anim) {
   int tab = 0;
   return AnimNumToParamID(sub_anim, tab) >= 0;

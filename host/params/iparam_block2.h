@@ -193,6 +193,9 @@ class IParamBlock2 : public ReferenceTarget, public IRefSlotCheck {
   Animatable* SubAnim(int i) override;
   /// The parameter's label (else script name); table entries add their 1-based number.
   MSTR SubAnimName(int i, bool localized = true) override;
+  /// By the parameter's type: angles in degrees, fractions as percentages, world units as they
+  /// are.
+  ParamDimension* GetParamDimension(int i) override;
   bool CanAssignController(int sub_anim) override;
   /// SetController of the sub-anim's entry; a controller it replaces is first copied into it
   /// (Control::Copy).

@@ -715,7 +715,12 @@ ScriptValue SubAnimValue(Animatable* parent, int index, TimeValue t) {
     if (def) return ReadEntry(pb, *def, t, std::max(tab, 0));
   }
   Animatable* sub = parent->SubAnim(index);
-  if (auto* c = dynamic_cast<Control*>(sub)) return ControllerValue(c, t);
+  if (auto* c = dynamic_cast<Control*>(sub)) {
+    ScriptValue v = ControllerValue(c, t);
+    // A float track reads in its parent's display units: an Euler angle in degrees.
+    if (v.Is(FPType::TYPE_FLOAT)) return FPValue(parent->GetParamDimension(index)->Convert(v.AsFloat()));
+    return v;
+  }
   return ObjectValue(sub);
 }
 
@@ -730,7 +735,11 @@ void SetSubAnimValue(Animatable* parent, int index, const ScriptValue& v, TimeVa
     }
   }
   if (auto* c = dynamic_cast<Control*>(parent->SubAnim(index))) {
-    SetControllerValue(c, v, t);
+    if (c->SuperClassID() == CTRL_FLOAT_CLASS_ID && v.IsNumber()) {
+      SetControllerValue(c, FPValue(parent->GetParamDimension(index)->UnConvert(v.AsFloat())), t);
+    } else {
+      SetControllerValue(c, v, t);
+    }
     return;
   }
   Raise("Runtime error: cannot set the value of " +

@@ -242,6 +242,10 @@ TEST_F(ParamBlockTest, SubAnimsAndReferencesFollowTables) {
   EXPECT_EQ(pb->SubAnimName(0), "IKFK Blend");
   EXPECT_EQ(pb->SubAnimName(1), "anim_point3");
   EXPECT_EQ(pb->SubAnimName(3), "Parent Weight 2");
+  // Display units come from the parameter's type: ikfk_blend is a fraction shown in percent.
+  EXPECT_FLOAT_EQ(pb->GetParamDimension(0)->Convert(0.25f), 25.0f);
+  EXPECT_EQ(pb->GetParamDimension(3), defaultDim);
+  EXPECT_EQ(pb->GetParamDimension(4), defaultDim);
 
   pb->Insert(kAnimFloatTab, 0, 1, static_cast<const float*>(nullptr));
   EXPECT_EQ(pb->NumSubs(), 5);

@@ -126,6 +126,16 @@ TEST_F(RunnerTest, BitArrays) {
             "-- Unable to convert: -2 to type: BitArray (line 1, column 10)");
 }
 
+TEST_F(RunnerTest, AngleTracksReadAndWriteInDegrees) {
+  Run("n = TestPoint name:\"a\"; n.rotation.controller = Euler_XYZ()\n"
+      "n.rotation.controller.Z_Rotation = 90");
+  EXPECT_MATRIX3_NEAR(Node("a")->GetNodeTM(0), RotateZMatrix(1.5707964f), 1e-5f);
+  EXPECT_EQ(Show("n.rotation.controller.Z_Rotation"), "90.0");
+  // Position tracks have no dimension: their values pass as they are.
+  Run("n.pos.controller = Position_XYZ(); n.pos.controller.X_Position = 90");
+  EXPECT_EQ(Show("n.pos.controller.X_Position"), "90.0");
+}
+
 TEST_F(RunnerTest, VariablesScopesAndFunctions) {
   // Top-level assignments are globals and live on to the next run; block assignments are local.
   Run("g = 5; (inner = 1; g += inner)");
