@@ -656,6 +656,9 @@ void KeyframeControl<Traits>::ApplyTarget(TimeValue t, const Value& current, con
   HoldState();
   if (Animating()) {
     if (!IsValidKeyTime(t)) return;
+    // The first key set away from frame 0 keeps the track's old value at frame 0, as the host
+    // does, so that animating a still track starts from where it stood.
+    if (keys_.empty() && t != 0) SetOrInsertKey(0, current, nullptr);
     SetOrInsertKey(t, target, nullptr);
   } else if (keys_.empty()) {
     value_ = target;

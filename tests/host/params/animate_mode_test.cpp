@@ -21,8 +21,10 @@ TEST_F(ParamBlockTest, AnimateModeKeysAConstantParameterThroughTheHostTrack) {
   EXPECT_EQ(track->ClassID(), Class_ID(0x2007, 0)) << "a Bezier float";
   EXPECT_TRUE(track->IsKeyAtTime(3200, 0));
   EXPECT_FLOAT_EQ(pb->GetFloat(kAnimFloat, 3200), 0.75f);
+  EXPECT_TRUE(track->IsKeyAtTime(0, 0)) << "the first key away from 0 keeps the old value at 0";
+  EXPECT_FLOAT_EQ(pb->GetFloat(kAnimFloat, 0), 0.25f);
   ASSERT_TRUE(pb->SetValue(kAnimFloat, 6400, 0.5f));
-  EXPECT_EQ(track->NumKeys(), 2);
+  EXPECT_EQ(track->NumKeys(), 3);
   Interval valid = FOREVER;
   float v = 0;
   pb->GetValue(kAnimFloat, 4800, v, valid);

@@ -219,8 +219,9 @@ TEST_F(RunnerLibraryTest, KeysOnTracks) {
   Expect({
       {"#(numKeys c, getKeyTime c 2, c.isAnimated)", "#(2, 30f, true)"},
       {"deleteKeys c; numKeys c", "0"},
-      {"with animate on (at time 20 n.pos = [5,0,0]); #(numKeys c, at time 20 c.value)",
-       "#(1, 5.0)"},
+      {"with animate on (at time 20 n.pos = [5,0,0]); "
+       "#(numKeys c, at time 0 c.value, at time 20 c.value)",
+       "#(2, 0.0, 5.0)"},
       {"s = (getSubAnim n.pos.controller 2); s.value = 8; #(s.name, s.value, s.parent == "
        "n.pos.controller)",
        "#(\"Y Position\", 8.0, true)"},
