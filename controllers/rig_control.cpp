@@ -565,17 +565,6 @@ bool RigControl::ChangeParents(TimeValue t,
   return true;
 }
 
-bool RigControl::IsKeyAtTime(TimeValue t, DWORD flags) {
-  constexpr DWORD kMasks[3] = {KEYAT_POSITION, KEYAT_ROTATION, KEYAT_SCALE};
-  if (!(flags & (KEYAT_POSITION | KEYAT_ROTATION | KEYAT_SCALE))) {
-    return CompoundControl::IsKeyAtTime(t, flags);
-  }
-  for (int i = 0; i < 3; ++i) {
-    if ((flags & kMasks[i]) && sub_[i] && sub_[i]->IsKeyAtTime(t, flags)) return true;
-  }
-  return false;
-}
-
 void RigControl::Copy(Control* from) {
   if (!from || from == this || !pblock_) return;
   if (from->SuperClassID() == CTRL_MATRIX3_CLASS_ID) {

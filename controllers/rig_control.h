@@ -159,7 +159,8 @@ class RigControl : public CompoundControl, public IRigControl, public IRefSlotCh
                      const Matrix3& old_parent,
                      const Matrix3& new_parent,
                      const Matrix3& tm) override;
-  bool IsKeyAtTime(TimeValue t, DWORD flags) override;
+  /// With KEYAT_POSITION, KEYAT_ROTATION or KEYAT_SCALE in flags only those tracks count.
+  bool IsKeyAtTime(TimeValue t, DWORD flags) override { return IsTransformKeyAtTime(t, flags); }
   /// from's local transform at the current time becomes the offset; the tracks stay at rest,
   /// so the node keeps its place with its pose held in the offset. Takes from's locked state.
   void Copy(Control* from) override;

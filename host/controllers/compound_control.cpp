@@ -71,6 +71,18 @@ bool CompoundControl::IsKeyAtTime(TimeValue t, DWORD flags) {
   return false;
 }
 
+bool CompoundControl::IsTransformKeyAtTime(TimeValue t, DWORD flags) {
+  constexpr DWORD kMasks[3] = {KEYAT_POSITION, KEYAT_ROTATION, KEYAT_SCALE};
+  if (!(flags & (KEYAT_POSITION | KEYAT_ROTATION | KEYAT_SCALE))) {
+    return CompoundControl::IsKeyAtTime(t, flags);
+  }
+  for (int i = 0; i < 3; ++i) {
+    Control* c = KeySub(i);
+    if ((flags & kMasks[i]) && c && c->IsKeyAtTime(t, flags)) return true;
+  }
+  return false;
+}
+
 void CompoundControl::DeleteKeys(DWORD flags) {
   if (GetLocked()) return;
   for (int i = 0, n = NumKeySubs(); i < n; ++i) {

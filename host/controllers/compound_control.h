@@ -50,6 +50,10 @@ class CompoundControl : public LockableControl {
   /// Records the controller's own state for undo before it changes (once per hold).
   virtual void HoldState() = 0;
   void NotifyChange() { NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE); }
+  /// IsKeyAtTime of a transform controller whose key subs 0, 1 and 2 are its position, rotation
+  /// and scale tracks: with KEYAT_POSITION, KEYAT_ROTATION or KEYAT_SCALE in flags only those
+  /// tracks count; without any of them, every key sub does.
+  bool IsTransformKeyAtTime(TimeValue t, DWORD flags);
 
  private:
   std::vector<TimeValue> KeyTimes();

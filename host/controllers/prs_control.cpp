@@ -150,17 +150,6 @@ bool PRSControl::ChangeParents(TimeValue t,
   return true;
 }
 
-bool PRSControl::IsKeyAtTime(TimeValue t, DWORD flags) {
-  const DWORD masks[3] = {KEYAT_POSITION, KEYAT_ROTATION, KEYAT_SCALE};
-  if (!(flags & (KEYAT_POSITION | KEYAT_ROTATION | KEYAT_SCALE))) {
-    return CompoundControl::IsKeyAtTime(t, flags);
-  }
-  for (int i = 0; i < 3; ++i) {
-    if ((flags & masks[i]) && sub_[i] && sub_[i]->IsKeyAtTime(t, flags)) return true;
-  }
-  return false;
-}
-
 void PRSControl::Copy(Control* from) {
   if (!from || from == this) return;
   Control* parts[3] = {from->GetPositionController(), from->GetRotationController(),

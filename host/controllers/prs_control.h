@@ -79,7 +79,7 @@ class PRSControl : public CompoundControl {
                      const Matrix3& new_parent,
                      const Matrix3& tm) override;
   /// With KEYAT_POSITION, KEYAT_ROTATION or KEYAT_SCALE in flags only those tracks count.
-  bool IsKeyAtTime(TimeValue t, DWORD flags) override;
+  bool IsKeyAtTime(TimeValue t, DWORD flags) override { return IsTransformKeyAtTime(t, flags); }
   /// Takes over from's position, rotation and scale controllers where it has them (shared);
   /// otherwise its local matrix at the current time becomes the values of its own.
   void Copy(Control* from) override;
