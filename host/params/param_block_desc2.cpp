@@ -162,9 +162,13 @@ ParamBlockDesc2::ParamBlockDesc2(BlockID id,
                                  int block_flags,
                                  int arg1,
                                  std::initializer_list<ParamDef> params)
-    : ID(id), int_name(name), local_name(local), cd(class_desc), flags(block_flags) {
-  Init(std::span(params.begin(), params.size()), 1, arg1, 0);
-}
+    : ParamBlockDesc2(id,
+                      name,
+                      local,
+                      class_desc,
+                      block_flags,
+                      arg1,
+                      std::span<const ParamDef>(params.begin(), params.size())) {}
 
 ParamBlockDesc2::ParamBlockDesc2(BlockID id,
                                  const char* name,

@@ -543,13 +543,7 @@ ScriptValue ConvertAs(const ScriptValue& value, const ScriptValue& cls_value) {
     }
     return ScriptValue::Array(std::move(numbers));
   }
-  if (is("BitArray") && value.IsArray()) {
-    BitArray bits;
-    for (const ScriptValue& item : value.Items()) {
-      if (!item.Is(TYPE_INT) || !SetScriptBit(bits, item.AsInt())) CannotConvert(item, "BitArray");
-    }
-    return FPValue(bits);
-  }
+  if (is("BitArray") && value.IsArray()) return FromScriptValue(value.ToFPValue(), TYPE_BITARRAY);
   // Any other class: a value that already is one converts to itself.
   if (ScriptEquals(ClassOf(value), cls_value)) return value;
   CannotConvert(value, cls->name);
