@@ -201,3 +201,78 @@ void BM_RecordPointHelpers(benchmark::State& state) {
 BENCHMARK(BM_RecordPointHelpers)->Arg(500)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
+
+// --- References: one change in a graph full of diamonds --------------------------------------
+#include <string>
+#include <vector>
+
+#include "host/core/reference.h"
+
+namespace {
+
+// A transform that also reads another node (as a space switch or a follow constraint does):
+// local offset applied to the parent's transform, plus a small share of the followed node's
+// translation, so the dependency is real.
+class FollowTransform : public Control {
+ public:
+  SClass_ID SuperClassID() override { return CTRL_MATRIX3_CLASS_ID; }
+  Class_ID ClassID() override { return Class_ID(0x4d56beef, 1); }
+  int NumRefs() override { return 1; }
+  RefTargetHandle GetReference(int i) override { return i == 0 ? followed_ : nullptr; }
+  RefResult NotifyRefChanged(const Interval&, RefTargetHandle, PartID&, RefMessage,
+                             bool) override {
+    return REF_SUCCEED;
+  }
+  void GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod) override {
+    auto* tm = static_cast<Matrix3*>(val);
+    Point3 shift(0, 0, 1);
+    if (followed_) shift += followed_->GetNodeTM(t, &valid).GetTrans() * 0.001f;
+    tm->PreTranslate(shift);
+  }
+  void SetValue(TimeValue, void*, int, GetSetMethod) override {}
+
+ protected:
+  void SetReference(int i, RefTargetHandle target) override {
+    if (i == 0) followed_ = static_cast<INode*>(target);
+  }
+
+ private:
+  INode* followed_ = nullptr;
+};
+
+// A 250-node parent chain in which every node also follows the node ten above it; one key change
+// at the top. Reports the messages delivered per change; the goal is well under a millisecond.
+void BM_KeyChangeInDiamondChain(benchmark::State& state) {
+  RegisterHostClasses();
+  Interface* ip = GetCOREInterface();
+  ip->Reset();
+  const int count = static_cast<int>(state.range(0));
+  std::vector<INode*> nodes;
+  for (int i = 0; i < count; ++i) {
+    INode* n = ip->CreateObjectNode(nullptr, ("chain" + std::to_string(i)).c_str());
+    if (i > 0) {
+      auto* follow = new FollowTransform;
+      n->SetTMController(follow);
+      nodes.back()->AttachChild(n, 0);
+      if (i >= 10) follow->ReplaceReference(0, nodes[static_cast<size_t>(i - 10)]);
+    }
+    nodes.push_back(n);
+  }
+  Control* top = nodes.front()->GetTMController()->GetPositionController();
+  float x = 0.0f;
+  std::uint64_t delivered = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    for (INode* n : nodes) benchmark::DoNotOptimize(n->GetNodeTM(0));  // fill the caches
+    state.ResumeTiming();
+    Point3 p(x += 1.0f, 0, 0);
+    const std::uint64_t before = RefMsgDeliveries();
+    top->SetValue(0, &p, 1, CTRL_ABSOLUTE);
+    delivered = RefMsgDeliveries() - before;
+  }
+  state.counters["messages_per_change"] = static_cast<double>(delivered);
+  ip->Reset();
+}
+BENCHMARK(BM_KeyChangeInDiamondChain)->Arg(250)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

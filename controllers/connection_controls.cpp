@@ -494,7 +494,7 @@ RefResult ConnectionControl::NotifyRefChanged(const Interval& change_int,
   if (reentry_) return REF_SUCCEED;
   // A deleted target's slot is emptied by the host; the last value stays as the constant.
   if (target != pblock_ || !pblock_) return REF_SUCCEED;
-  if (message == kRefMsgKeyableQuery) {
+  if (message == REFMSG_KEYABLE_QUERY) {
     Animatable* track = GetTargetController();
     auto* maker = track ? dynamic_cast<ReferenceMaker*>(track) : nullptr;
     if (maker) return maker->NotifyRefChanged(change_int, this, part_id, message, propagate);

@@ -51,12 +51,8 @@ enum ConnectionFunction : FunctionID {
   kConnFnGetTarget = 1,  ///< GetTarget(asController: bool = false): value
 };
 
-/// The private message of the loop test (what it reaches marks the target with
-/// kConnectionLoopFlag), and the message that asks a track whether it can be keyed, which a
-/// two-way connection passes on to its connected track. Its part id carries the asker's data.
-inline constexpr RefMessage kRefMsgConnectionLoopTest = 263;
-inline constexpr RefMessage kRefMsgKeyableQuery = 264;
-/// Animatable flag bit 26: set on a target that the loop test reached.
+/// Animatable flag bit 26: set on a target that the loop test (REFMSG_CONNECTION_LOOP_TEST)
+/// reached.
 inline constexpr DWORD kConnectionLoopFlag = 1u << 26;
 
 /// Why a connection was or was not made.
@@ -112,7 +108,7 @@ class ConnectionControl : public Control, public ILockedTrackImp, public FPMixin
   BaseInterface* GetInterface(Interface_ID id) override;
 
   /// Answers REF_SUCCEED at once while writing into the target (the reentry guard). Message
-  /// kRefMsgKeyableQuery from the block goes on to the connected track (two-way with a target)
+  /// REFMSG_KEYABLE_QUERY from the block goes on to the connected track (two-way with a target)
   /// and its answer is returned. Every other message passes.
   RefResult NotifyRefChanged(const Interval& change_int,
                              RefTargetHandle target,

@@ -98,14 +98,16 @@ inline constexpr RefResult REF_DONTCARE = 2;
 inline constexpr RefResult REF_STOP = 3;
 inline constexpr RefResult REF_INVALID = 4;
 
-/// Reference messages. Numbers not listed here are passed through untouched.
+/// Reference messages. Numbers not listed here are passed through untouched. The toolkit's
+/// classes use these numbers as given; private messages of one class family live here too, so
+/// that no two families pick the same number.
 using RefMessage = std::uint32_t;
 inline constexpr RefMessage REFMSG_LOOPTEST = 0x00000010;
-inline constexpr RefMessage REFMSG_TARGET_DELETED = 0x00000020;
+inline constexpr RefMessage REFMSG_TARGET_DELETED = 0x00000020;  // 32
 inline constexpr RefMessage REFMSG_MODAPP_DELETING = 0x00000021;
 inline constexpr RefMessage REFMSG_EVAL = 0x00000030;
 inline constexpr RefMessage REFMSG_RESET_ORIGIN = 0x00000040;
-inline constexpr RefMessage REFMSG_CHANGE = 0x00000050;
+inline constexpr RefMessage REFMSG_CHANGE = 0x00000050;  // 80
 inline constexpr RefMessage REFMSG_FLAGDEPENDENTS = 0x00000070;
 inline constexpr RefMessage REFMSG_TARGET_SELECTIONCHANGE = 0x00000080;
 inline constexpr RefMessage REFMSG_BEGIN_EDIT = 0x00000090;
@@ -113,16 +115,24 @@ inline constexpr RefMessage REFMSG_END_EDIT = 0x000000a0;
 inline constexpr RefMessage REFMSG_DISABLE = 0x000000b0;
 inline constexpr RefMessage REFMSG_ENABLE = 0x000000c0;
 inline constexpr RefMessage REFMSG_NODE_NAMECHANGE = 0x000000f0;
-inline constexpr RefMessage REFMSG_SUBANIM_STRUCTURE_CHANGED = 0x00000103;
+/// The sub-anims of the sender were added, removed or reordered (sent beside REFMSG_CHANGE).
+inline constexpr RefMessage REFMSG_SUBANIM_STRUCTURE_CHANGED = 0x00000102;  // 258
 inline constexpr RefMessage REFMSG_REF_DELETED = 0x00000104;
 inline constexpr RefMessage REFMSG_REF_ADDED = 0x00000105;
+/// A connection asks the chain above it whether its target reaches back to it.
+inline constexpr RefMessage REFMSG_CONNECTION_LOOP_TEST = 0x00000107;  // 263
+/// Asks whether a track can be keyed; the part id carries a pointer to an int answer.
+inline constexpr RefMessage REFMSG_KEYABLE_QUERY = 0x00000108;  // 264
 inline constexpr RefMessage REFMSG_NODE_LINK = 0x0000010b;
 inline constexpr RefMessage REFMSG_NODE_WSCACHE_UPDATED = 0x0000010d;
+/// A node's handle changed (a merge renumbers nodes): weak observers re-find their targets.
+inline constexpr RefMessage REFMSG_NODE_HANDLE_CHANGED = 0x00000112;  // 274
 inline constexpr RefMessage REFMSG_KEY_SELECTION_CHANGED = 0x00000239;  // 569
-inline constexpr RefMessage REFMSG_NODE_HANDLE_CHANGED = 0x00000113;
 inline constexpr RefMessage REFMSG_USER = 0x00010000;
 
-/// Which parts of an object a change touches.
+/// Which parts of an object a change touches. PART_TM (4096) is the transform part: a target
+/// node's move reaches its users with it, inside the mask PART_TOPO | PART_GEOM | PART_TM (0x1003)
+/// that constraints test.
 using PartID = std::uint64_t;
 inline constexpr PartID PART_TOPO = 1u << 0;
 inline constexpr PartID PART_GEOM = 1u << 1;
@@ -131,9 +141,13 @@ inline constexpr PartID PART_MTL = 1u << 3;
 inline constexpr PartID PART_SELECT = 1u << 4;
 inline constexpr PartID PART_SUBSEL_TYPE = 1u << 5;
 inline constexpr PartID PART_DISPLAY = 1u << 6;
-inline constexpr PartID PART_TM = 1u << 8;
+inline constexpr PartID PART_TM = 1u << 12;
 inline constexpr PartID PART_OBJ = PART_TOPO | PART_GEOM;
+/// What a moved target sends and what a constraint listens for.
+inline constexpr PartID PART_TARGET_MOVED_MASK = PART_TOPO | PART_GEOM | PART_TM;
 inline constexpr PartID PART_ALL = 0xffffffffffffffffull;
+/// The part used when layers or their weights change: every channel but the node's own ones.
+inline constexpr PartID PART_LAYER_CHANGE = 0x800037ffull;
 
 /// Result of every ISave/ILoad operation.
 enum IOResult { IO_OK = 0, IO_END = 1, IO_ERROR = 2 };

@@ -36,13 +36,36 @@ class RefChangeRestore : public RestoreObj {
  private:
   void Set(RefTargetHandle target) {
     auto* maker = static_cast<ReferenceMaker*>(Animatable::FindAnimIncludingDeleted(maker_));
-    if (maker) RefAccess::Relink(maker, which_, target);
+    if (!maker) return;
+    RefTargetHandle occupant = maker->GetReference(which_);
+    if (occupant == target) return;
+    RefAccess::Relink(maker, which_, target);
+    NotifySlotChanged(maker);
+    // A change made with the hold suspended left a target here that no record knows: once
+    // displaced it belongs to nobody, and goes as ReplaceReference would have let it go.
+    if (occupant && occupant != old_ && occupant != new_) occupant->MaybeAutoDelete();
   }
   AnimHandle maker_;
   int which_;
   RefTargetHandle old_;
   RefTargetHandle new_;
 };
+
+// Keeps a target alive for a scope, also when an exception passes.
+class KeepAlive {
+ public:
+  explicit KeepAlive(ReferenceTarget* target) : target_(target) { target_->IncHoldCount(); }
+  ~KeepAlive() { target_->DecHoldCount(); }
+  KeepAlive(const KeepAlive&) = delete;
+  KeepAlive& operator=(const KeepAlive&) = delete;
+
+ private:
+  ReferenceTarget* target_;
+};
+
+int g_ref_msgs_disabled = 0;
+std::uint64_t g_last_broadcast = 0;
+std::uint64_t g_deliveries = 0;
 
 // Undo of a target deletion: the object comes back to life (its references come back through
 // the records put after this one).
@@ -64,9 +87,30 @@ void SetSlot(ReferenceMaker* maker, int which, RefTargetHandle old_target,
              RefTargetHandle new_target) {
   if (theHold.Holding()) theHold.Put(new RefChangeRestore(maker, which, old_target, new_target));
   RefAccess::Relink(maker, which, new_target);
+  NotifySlotChanged(maker);
 }
 
 }  // namespace
+
+void DisableRefMsgs() { ++g_ref_msgs_disabled; }
+
+void EnableRefMsgs() {
+  MV_ASSERT(g_ref_msgs_disabled > 0);
+  if (g_ref_msgs_disabled > 0) --g_ref_msgs_disabled;
+}
+
+bool RefMsgsDisabled() { return g_ref_msgs_disabled > 0; }
+
+std::uint64_t RefMsgDeliveries() { return g_deliveries; }
+
+void NotifySlotChanged(ReferenceMaker* maker) {
+  if (!maker || !maker->IsRefTarget() || maker->TestAFlag(A_IS_DELETED) ||
+      maker->TellsItsOwnSlotChanges())
+    return;
+  auto* target = static_cast<ReferenceTarget*>(maker);
+  target->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
+  target->NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);
+}
 
 void RefAccess::Relink(ReferenceMaker* maker, int i, RefTargetHandle target) {
   RefTargetHandle old = maker->GetReference(i);
@@ -117,7 +161,16 @@ int ReferenceMaker::FindRef(RefTargetHandle target) {
 RefResult ReferenceTarget::NotifyDependents(const Interval& change_int, PartID part_id,
                                             RefMessage message, SClass_ID sclass, bool propagate,
                                             RefTargetHandle target) {
-  if (dependents_.empty()) return REF_SUCCEED;
+  if (dependents_.empty() || g_ref_msgs_disabled > 0) return REF_SUCCEED;
+  Broadcast(change_int, part_id, message, sclass, propagate, target ? target : this,
+            ++g_last_broadcast);
+  return REF_SUCCEED;
+}
+
+void ReferenceTarget::Broadcast(const Interval& change_int, PartID part_id, RefMessage message,
+                                SClass_ID sclass, bool propagate, RefTargetHandle from,
+                                std::uint64_t broadcast) {
+  if (dependents_.empty()) return;
   // Dependents may drop their references while they hear the message: walk a snapshot of
   // handles and skip those gone meanwhile.
   AnimHandle stack_buf[16];
@@ -132,18 +185,26 @@ RefResult ReferenceTarget::NotifyDependents(const Interval& change_int, PartID p
     AnimHandle h = GetHandleByAnim(maker);
     if (std::find(handles, handles + count, h) == handles + count) handles[count++] = h;
   }
-  RefTargetHandle from = target ? target : this;
   for (size_t i = 0; i < count; ++i) {
     auto* maker = static_cast<ReferenceMaker*>(FindAnimIncludingDeleted(handles[i]));
     if (!maker) continue;
     if (sclass != NOTIFY_ALL && maker->SuperClassID() != sclass) continue;
+    // A diamond brings the same broadcast to a maker along several paths; the first delivery
+    // did the work unless this path carries parts the maker has not heard yet.
+    if (maker->heard_broadcast_ == broadcast) {
+      if ((part_id & ~maker->heard_parts_) == 0) continue;
+      maker->heard_parts_ |= part_id;
+    } else {
+      maker->heard_broadcast_ = broadcast;
+      maker->heard_parts_ = part_id;
+    }
     PartID part = part_id;
+    ++g_deliveries;
     RefResult r = maker->NotifyRefChanged(change_int, from, part, message, propagate);
     if (r == REF_STOP || !propagate || !maker->IsRefTarget()) continue;
-    static_cast<ReferenceTarget*>(maker)->NotifyDependents(change_int, part, message, sclass,
-                                                           propagate);
+    auto* next = static_cast<ReferenceTarget*>(maker);
+    next->Broadcast(change_int, part, message, sclass, propagate, next, broadcast);
   }
-  return REF_SUCCEED;
 }
 
 RefResult ReferenceTarget::TestForLoop(const Interval&, RefMakerHandle maker) {
@@ -166,12 +227,19 @@ RefResult ReferenceTarget::TestForLoop(const Interval&, RefMakerHandle maker) {
 
 int ReferenceTarget::NumDependents() const {
   int n = 0;
+  auto* self = const_cast<ReferenceTarget*>(this);
   for (size_t i = 0; i < dependents_.size(); ++i) {
+    if (!dependents_[i]->IsRealDependency(self)) continue;
     if (std::find(dependents_.begin(), dependents_.begin() + i, dependents_[i]) ==
         dependents_.begin() + i)
       ++n;
   }
   return n;
+}
+
+bool ReferenceTarget::HasRealDependents() {
+  return std::any_of(dependents_.begin(), dependents_.end(),
+                     [this](ReferenceMaker* m) { return m->IsRealDependency(this); });
 }
 
 void ReferenceTarget::RemoveDependent(ReferenceMaker* maker) {
@@ -192,7 +260,7 @@ void ReferenceTarget::DeleteMe() {
   DeleteCustAttribContainer();
   if (theHold.Holding()) theHold.Put(new DeleteRestore(this));
   SetAFlag(A_IS_DELETED);
-  IncHoldCount();  // keeps this alive through the dependents' reactions
+  KeepAlive keep(this);  // through the dependents' reactions
   NotifyDependents(FOREVER, PART_ALL, REFMSG_TARGET_DELETED, NOTIFY_ALL, false);
   // Makers that kept their slot after hearing the message lose it now.
   while (!dependents_.empty()) {
@@ -206,15 +274,16 @@ void ReferenceTarget::DeleteMe() {
     SetSlot(maker, slot, this, nullptr);
   }
   DeleteAllRefsFromMe();
-  DecHoldCount();
 }
 
 void ReferenceTarget::MaybeAutoDelete() {
-  if (!dependents_.empty() || hold_count_ > 0) return;
+  if (hold_count_ > 0) return;
   if (TestAFlag(A_IS_DELETED)) {
-    FreeNow();
+    if (dependents_.empty()) FreeNow();
     return;
   }
+  // Weak observers do not keep a target: deleting it tells them and empties their slots.
+  if (HasRealDependents()) return;
   if (TestAFlag(A_LOCK_TARGET)) return;
   DeleteMe();
 }
@@ -222,12 +291,8 @@ void ReferenceTarget::MaybeAutoDelete() {
 void ReferenceTarget::DecHoldCount() {
   MV_ASSERT(hold_count_ > 0);
   if (hold_count_ > 0) --hold_count_;
-  if (hold_count_ > 0 || !dependents_.empty()) return;
-  if (TestAFlag(A_IS_DELETED)) {
-    FreeNow();
-  } else {
-    MaybeAutoDelete();
-  }
+  if (hold_count_ > 0) return;
+  MaybeAutoDelete();
 }
 
 void ReferenceTarget::FreeNow() {

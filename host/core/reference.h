@@ -2,6 +2,7 @@
 // References: how scene objects hold one another, hear of each other's changes, clone and die.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -53,11 +54,24 @@ class ReferenceMaker : public Animatable {
   /// A weak reference: the maker observes target without it counting as a use (no loops
   /// are tested through it and it does not keep the target for saving).
   virtual bool IsRealDependency(ReferenceTarget* target) { return true; }
+  /// True for a class that tells its dependents itself after each change of its slots (a
+  /// parameter block names the parameter that changed): the system's slot message is then
+  /// left out.
+  virtual bool TellsItsOwnSlotChanges() { return false; }
 
  protected:
-  /// Stores target in slot i. Called by the system only (ReplaceReference, loading, undo).
+  /// Stores target in slot i. Called by the system only (ReplaceReference, loading, undo). A
+  /// maker that caches what it computed from a slot drops that cache here: undo and redo
+  /// relink slots through this call too.
   virtual void SetReference(int i, RefTargetHandle target) {}
   friend struct RefAccess;
+  friend class ReferenceTarget;
+
+ private:
+  // The broadcast this maker last heard and the parts it heard in it: one delivery per maker
+  // per broadcast, however many paths lead to it.
+  std::uint64_t heard_broadcast_ = 0;
+  PartID heard_parts_ = 0;
 };
 
 /// An object that others can reference.
@@ -69,6 +83,9 @@ class ReferenceTarget : public ReferenceMaker {
   /// Sends message to every dependent (of super class sclass, or all with NOTIFY_ALL). When a
   /// dependent answers REF_SUCCEED and propagate is true, the dependent passes the message on to
   /// its own dependents; REF_STOP ends that branch. Message numbers are passed through as given.
+  /// One call is one broadcast: a maker reached along several paths hears it once (again only
+  /// when a later path brings parts it has not heard). Nothing is sent while DisableRefMsgs is in
+  /// force.
   RefResult NotifyDependents(const Interval& change_int, PartID part_id, RefMessage message,
                              SClass_ID sclass = NOTIFY_ALL, bool propagate = true,
                              RefTargetHandle target = nullptr);
@@ -77,8 +94,10 @@ class ReferenceTarget : public ReferenceMaker {
   /// is reachable from it through references), else REF_SUCCEED.
   RefResult TestForLoop(const Interval& interval, RefMakerHandle maker);
 
-  /// Number of distinct makers that reference this target.
+  /// Number of distinct makers that reference this target (weak observers not counted).
   int NumDependents() const;
+  /// True when a maker other than a weak observer references this target.
+  bool HasRealDependents();
   bool HasDependents() const { return !dependents_.empty(); }
 
   /// Makes a copy whose references are cloned through remap. Classes that can be cloned
@@ -102,6 +121,8 @@ class ReferenceTarget : public ReferenceMaker {
   friend class ReferenceMaker;
   friend class DependentIterator;
   friend struct RefAccess;
+  void Broadcast(const Interval& change_int, PartID part_id, RefMessage message, SClass_ID sclass,
+                 bool propagate, RefTargetHandle from, std::uint64_t broadcast);
   void AddDependent(ReferenceMaker* maker) { dependents_.push_back(maker); }
   void RemoveDependent(ReferenceMaker* maker);
   void FreeNow();
@@ -109,6 +130,30 @@ class ReferenceTarget : public ReferenceMaker {
   std::vector<ReferenceMaker*> dependents_;  // one entry per reference slot pointing here
   int hold_count_ = 0;
 };
+
+/// Stops every reference message until the matching EnableRefMsgs (calls nest). For bulk work
+/// (loading, building many nodes): whoever disables tells the dependents afterwards.
+void DisableRefMsgs();
+void EnableRefMsgs();
+/// True while DisableRefMsgs is in force.
+bool RefMsgsDisabled();
+
+/// DisableRefMsgs for a scope, also when an exception passes.
+class RefMsgsSuspend {
+ public:
+  RefMsgsSuspend() { DisableRefMsgs(); }
+  ~RefMsgsSuspend() { EnableRefMsgs(); }
+  RefMsgsSuspend(const RefMsgsSuspend&) = delete;
+  RefMsgsSuspend& operator=(const RefMsgsSuspend&) = delete;
+};
+
+/// Number of NotifyRefChanged calls made by broadcasts since the process started: what a change
+/// costs in deliveries, for benchmarks and tests.
+std::uint64_t RefMsgDeliveries();
+
+/// Tells maker's dependents that one of its slots changed (forward, undone or redone), so that
+/// what they computed through it drops: REFMSG_CHANGE and REFMSG_SUBANIM_STRUCTURE_CHANGED.
+void NotifySlotChanged(ReferenceMaker* maker);
 
 /// Walks the distinct makers that reference a target, over a snapshot taken at construction.
 class DependentIterator {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "host/core/diagnostics.h"
+#include "host/core/weak_ref.h"
 #include "host/io/chunk_stream.h"
 #include "host/io/ref_slot_check.h"
 #include "host/registry/class_desc.h"
@@ -40,6 +41,7 @@ constexpr USHORT kBaseStateChunk = 0x0015;
 constexpr USHORT kModNameChunk = 0x0016;
 constexpr USHORT kModEnabledChunk = 0x0017;
 constexpr USHORT kShapeFlagsChunk = 0x0018;
+constexpr USHORT kIndirectRefsChunk = 0x0019;
 constexpr USHORT kDataChunk = 0x0020;
 constexpr USHORT kSceneChunk = 0x0030;
 constexpr USHORT kRootChunk = 0x0031;
@@ -170,6 +172,7 @@ struct LoadedObject {
   std::vector<std::int32_t> refs;
   std::int32_t cust_attrib = -1;
   bool has_refs = false;
+  std::vector<std::int32_t> indirect;  // weak references, set once every object exists
 };
 
 struct ChildOrder {
@@ -307,6 +310,11 @@ bool LoadJob::ReadObject() {
         return Damaged();
       objects_.back().refs.assign(v.begin() + 1, v.end());
       objects_.back().has_refs = true;
+    } else if (id == kIndirectRefsChunk) {
+      std::vector<std::int32_t> v;
+      if (!ReadInts(v) || v.empty() || v[0] < 0 || static_cast<size_t>(v[0]) != v.size() - 1)
+        return Damaged();
+      objects_.back().indirect.assign(v.begin() + 1, v.end());
     } else if (id == kCustAttribChunk) {
       if (!ReadValue(objects_.back().cust_attrib)) return Damaged();
     } else if (id == kBaseStateChunk) {
@@ -413,6 +421,18 @@ bool LoadJob::Link() {
   for (auto& [id, slot] : loader_.backpatches) {
     if (id < -1 || id >= count) return Damaged();
     *slot = id == -1 ? nullptr : Obj(id);
+  }
+  // Weak references last: they do not make their targets part of the file, so a target that
+  // was not saved for another reason comes back empty.
+  for (LoadedObject& lo : objects_) {
+    if (lo.indirect.empty()) continue;
+    auto* irm = static_cast<IIndirectReferenceMaker*>(lo.obj->GetInterface(I_INDIRECT_REFMAKER));
+    if (!irm) continue;  // the class no longer keeps weak references: nothing to restore
+    for (size_t i = 0; i < lo.indirect.size(); ++i) {
+      const std::int32_t id = lo.indirect[i];
+      if (id < -1 || id >= count) return Damaged();
+      if (id >= 0) irm->SetIndirectReference(static_cast<int>(i), Obj(id));
+    }
   }
   return true;
 }
@@ -597,6 +617,20 @@ bool SaveSceneToBytes(std::vector<std::uint8_t>& out, std::string* error) {
     for (int r = 0; r < n; ++r)
       WriteRaw(s, static_cast<std::int32_t>(s.GetRefID(obj->GetReference(r))));
     s.EndChunk();
+    if (auto* irm =
+            static_cast<IIndirectReferenceMaker*>(obj->GetInterface(I_INDIRECT_REFMAKER))) {
+      const int ni = irm->NumIndirectRefs();
+      if (ni > 0) {
+        s.BeginChunk(kIndirectRefsChunk);
+        WriteRaw(s, static_cast<std::int32_t>(ni));
+        for (int r = 0; r < ni; ++r) {
+          RefTargetHandle t = irm->GetIndirectReference(r);
+          const bool keep = t && irm->ShouldPersistIndirectRef(t);
+          WriteRaw(s, static_cast<std::int32_t>(keep ? s.GetRefID(t) : -1));
+        }
+        s.EndChunk();
+      }
+    }
     if (ICustAttribContainer* cc = obj->GetCustAttribContainer())
       SaveChunk(&s, kCustAttribChunk, static_cast<std::int32_t>(s.GetRefID(cc)));
     SaveBaseState(s, obj);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <string>
 
+#include "host/core/weak_ref.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
 
@@ -245,7 +246,101 @@ IParamBlock2::IParamBlock2(ParamBlockDesc2* desc, ReferenceMaker* owner)
   RebuildMaps();
 }
 
+// The monitors of a block's P_NO_REF targets, one per distinct target handle.
+class IParamBlock2::WeakWatch : public IRefTargMonitor {
+ public:
+  explicit WeakWatch(IParamBlock2& pb) : pb_(pb) {}
+  ~WeakWatch() override {
+    HoldSuspend quiet;
+    for (auto& [handle, monitor] : monitors_) delete monitor;
+  }
+
+  // Watches exactly the handles given: monitors of handles no entry names any more go, new ones
+  // come, and a monitor whose target came back (undo of its deletion) watches it again.
+  void Sync(const std::vector<AnimHandle>& handles) {
+    for (size_t i = 0; i < monitors_.size();) {
+      if (std::find(handles.begin(), handles.end(), monitors_[i].first) == handles.end()) {
+        delete monitors_[i].second;
+        monitors_.erase(monitors_.begin() + static_cast<std::ptrdiff_t>(i));
+      } else {
+        ++i;
+      }
+    }
+    for (AnimHandle h : handles) {
+      auto* target = static_cast<ReferenceTarget*>(GetAnimByHandle(h));
+      auto it = std::find_if(monitors_.begin(), monitors_.end(),
+                             [h](const auto& m) { return m.first == h; });
+      if (it == monitors_.end()) {
+        if (target) monitors_.emplace_back(h, new RefTargMonitorRefMaker(*this, target));
+      } else if (target && it->second->GetRef() != target) {
+        it->second->SetRef(target);
+      }
+    }
+  }
+
+  RefResult ProcessRefTargMonitorMsg(const Interval& change_int, RefTargetHandle target,
+                                     PartID& part_id, RefMessage message,
+                                     bool from_monitored_target, bool,
+                                     RefTargMonitorRefMaker*) override {
+    if (!from_monitored_target || busy_ || !pb_.notifications_) return REF_SUCCEED;
+    if (message != REFMSG_CHANGE && message != REFMSG_TARGET_DELETED) return REF_SUCCEED;
+    // What the owner does about the change may move the watched node again: a weak edge must
+    // not loop, so that second change is not passed on.
+    busy_ = true;
+    struct Clear {
+      bool& flag;
+      ~Clear() { flag = false; }
+    } clear{busy_};
+    int tab = 0;
+    const ParamID id = pb_.ParamOfWeakTarget(target, tab);
+    if (id >= 0) {
+      pb_.last_notify_id_ = id;
+      pb_.last_notify_tab_ = tab;
+    }
+    pb_.NotifyDependents(change_int, message == REFMSG_CHANGE ? part_id : PART_ALL,
+                         REFMSG_CHANGE);
+    return REF_SUCCEED;
+  }
+
+ private:
+  IParamBlock2& pb_;
+  std::vector<std::pair<AnimHandle, RefTargMonitorRefMaker*>> monitors_;
+  bool busy_ = false;
+};
+
 IParamBlock2::~IParamBlock2() = default;
+
+void IParamBlock2::WatchWeakTargets() {
+  std::vector<AnimHandle> handles;
+  for (int pi = 0; pi < NumParams(); ++pi) {
+    const ParamDef& pd = *Def(pi);
+    const PBKind kind = ParamKind(pd.type);
+    if ((kind != PBKind::kNode && kind != PBKind::kRefTarg) || HoldsReference(pd)) continue;
+    for (const Entry& e : params_[static_cast<size_t>(pi)]) {
+      const auto* h = std::get_if<AnimHandle>(&e.value);
+      if (h && *h && std::find(handles.begin(), handles.end(), *h) == handles.end())
+        handles.push_back(*h);
+    }
+  }
+  if (handles.empty() && !weak_watch_) return;
+  if (!weak_watch_) weak_watch_ = std::make_unique<WeakWatch>(*this);
+  weak_watch_->Sync(handles);
+}
+
+ParamID IParamBlock2::ParamOfWeakTarget(ReferenceTarget* target, int& tab_index) const {
+  const AnimHandle h = GetHandleByAnim(target);
+  for (int pi = 0; pi < NumParams(); ++pi) {
+    const auto& entries = params_[static_cast<size_t>(pi)];
+    for (size_t e = 0; e < entries.size(); ++e) {
+      const auto* stored = std::get_if<AnimHandle>(&entries[e].value);
+      if (stored && *stored == h) {
+        tab_index = IsTab(*Def(pi)) ? static_cast<int>(e) : 0;
+        return Def(pi)->ID;
+      }
+    }
+  }
+  return -1;
+}
 
 ReferenceMaker* IParamBlock2::GetOwner() const {
   return static_cast<ReferenceMaker*>(FindAnimIncludingDeleted(owner_));
@@ -1064,6 +1159,7 @@ RefTargetHandle IParamBlock2::Clone(RemapDir& remap) {
     clone->ReplaceReference(slot, node ? target : remap.CloneRef(target));
   }
   clone->notifications_ = notifications_;
+  clone->WatchWeakTargets();
   BaseClone(this, clone, remap);
   remap.AddPostPatchProc(new ParamBlockPostPatch(clone, GetOwner()), true);
   return clone;
@@ -1077,6 +1173,7 @@ void IParamBlock2::HoldState() {
 }
 
 void IParamBlock2::ApplyState(const State& state) {
+  const State previous = params_;
   std::vector<AnimHandle> dropped;
   for (int i = 0, n = NumRefs(); i < n; ++i) {
     dropped.push_back(GetHandleByAnim(GetReference(i)));
@@ -1101,10 +1198,33 @@ void IParamBlock2::ApplyState(const State& state) {
     if (auto* target = static_cast<ReferenceTarget*>(FindAnimIncludingDeleted(h)))
       target->MaybeAutoDelete();
   }
+  TellAccessors(previous);
   NotifyChanged(-1, 0);
 }
 
+void IParamBlock2::TellAccessors(const State& previous) {
+  // Undo and redo change values behind the accessors' backs: those that keep caches hear the
+  // restored values as writes, and table sizes as a new count. What they answer is not kept:
+  // the restored state is the truth.
+  for (int pi = 0; pi < NumParams() && pi < static_cast<int>(previous.size()); ++pi) {
+    const ParamDef& pd = *Def(pi);
+    if (!pd.accessor) continue;
+    const auto& before = previous[static_cast<size_t>(pi)];
+    const int n = static_cast<int>(params_[static_cast<size_t>(pi)].size());
+    if (IsTab(pd) && n != static_cast<int>(before.size())) CallTabChanged(pi, tab_setcount, 0, n);
+    // Entries a table gained are told by the count alone, as an append tells them.
+    for (int e = 0; e < n && e < static_cast<int>(before.size()); ++e) {
+      const Entry& now = params_[static_cast<size_t>(pi)][static_cast<size_t>(e)];
+      const Entry& was = before[static_cast<size_t>(e)];
+      if (was.value == now.value && was.control == now.control) continue;
+      PB2Value v = CurrentValue(pi, e);
+      pd.accessor->Set(v, GetOwner(), pd.ID, IsTab(pd) ? e : 0, 0);
+    }
+  }
+}
+
 void IParamBlock2::NotifyChanged(ParamID id, int tab_index) {
+  WatchWeakTargets();
   last_notify_id_ = id;
   last_notify_tab_ = tab_index;
   if (notifications_) NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);

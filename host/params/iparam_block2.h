@@ -2,6 +2,8 @@
 // IParamBlock2: the values of one parameter block of an object, described by a ParamBlockDesc2.
 #pragma once
 
+#include <memory>
+
 #include <vector>
 
 #include "host/core/control.h"
@@ -260,6 +262,8 @@ class IParamBlock2 : public ReferenceTarget, public IRefSlotCheck {
   /// IRefSlotCheck: a controller slot takes a controller of the parameter's kind, a node slot a
   /// node, a reference-target slot any target.
   bool CanReferenceAt(int i, ReferenceTarget* target) override;
+  /// Every slot change of a block is followed by its own message naming the parameter.
+  bool TellsItsOwnSlotChanges() override { return true; }
 
  protected:
   void SetReference(int i, RefTargetHandle target) override;
@@ -288,6 +292,8 @@ class IParamBlock2 : public ReferenceTarget, public IRefSlotCheck {
   PB2Value ReadOrDefault(ParamID id, TimeValue t, int tab_index, PBKind want);
   bool Write(ParamID id, TimeValue t, PB2Value v, int tab_index);
   PB2Value StoredAsValue(int pi, const Entry& e) const;
+  // After undo or redo replaced the state: the accessors hear what changed against previous.
+  void TellAccessors(const State& previous);
   PBStoredValue ValueAsStored(int pi, const PB2Value& v) const;
   // v re-tagged as parameter pi's type; false when the kinds differ.
   bool Retag(int pi, const PB2Value& v, PB2Value& out) const;
@@ -322,6 +328,14 @@ class IParamBlock2 : public ReferenceTarget, public IRefSlotCheck {
   ParamID last_notify_id_ = -1;
   int last_notify_tab_ = 0;
   bool notifications_ = true;
+
+  // P_NO_REF targets are watched, not referenced: their changes reach the block's dependents as
+  // a change of the parameter that holds them, without the owner depending on them.
+  class WeakWatch;
+  friend class WeakWatch;
+  void WatchWeakTargets();
+  ParamID ParamOfWeakTarget(ReferenceTarget* target, int& tab_index) const;
+  std::unique_ptr<WeakWatch> weak_watch_;
 };
 
 /// Makes a block for desc owned by owner, every parameter at its default and every table at its

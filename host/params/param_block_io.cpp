@@ -139,6 +139,7 @@ class ParamBlockLoadPatch : public PostLoadCallback {
       entries[static_cast<size_t>(slot.entry)].value = Animatable::GetHandleByAnim(target);
     }
     if (!pb->GetOwner()) pb->SetOwner(FindOwner(pb));
+    pb->WatchWeakTargets();
   }
 
  private:

@@ -113,6 +113,18 @@ void PutChildList(Node* parent) {
 
 TimeValue Now() { return GetCOREInterface()->GetTime(); }
 
+// Marks an evaluation in progress for a scope, also when an exception passes.
+class EvalFlag {
+ public:
+  explicit EvalFlag(bool& flag) : flag_(flag) { flag_ = true; }
+  ~EvalFlag() { flag_ = false; }
+  EvalFlag(const EvalFlag&) = delete;
+  EvalFlag& operator=(const EvalFlag&) = delete;
+
+ private:
+  bool& flag_;
+};
+
 }  // namespace
 
 Node::Node(bool root) {
@@ -440,13 +452,17 @@ Matrix3 Node::GetNodeTM(TimeValue t, Interval* valid) {
     if (valid) *valid &= Interval(t, t);
     return last_tm_;
   }
-  evaluating_ = true;
   stale_during_eval_ = false;
   Interval iv = FOREVER;
-  // world = local * parent_ws: the controller applies its local transform to the parent's.
-  Matrix3 tm = parent_ ? parent_->GetNodeTM(t, &iv) : Matrix3();
-  if (tm_) tm_->GetValue(t, &tm, iv, CTRL_RELATIVE);
-  evaluating_ = false;
+  Matrix3 tm;
+  {
+    // An exception from a controller passes on to the caller; the flag must not stay set, or
+    // the node would answer its last result as a cycle for as long as the scene lives.
+    EvalFlag eval(evaluating_);
+    // world = local * parent_ws: the controller applies its local transform to the parent's.
+    if (parent_) tm = parent_->GetNodeTM(t, &iv);
+    if (tm_) tm_->GetValue(t, &tm, iv, CTRL_RELATIVE);
+  }
   if (!iv.InInterval(t)) iv.SetInstant(t);  // a controller that broke the interval
   if (!stale_during_eval_) {
     tm_cache_ = tm;
@@ -657,16 +673,17 @@ const ObjectState& Node::EvalWorldState(TimeValue t, bool) {
     ws_valid_ = FOREVER;
     return ws_;
   }
-  ws_evaluating_ = true;
   ws_stale_during_eval_ = false;
   ObjectState os;
-  if (obj_->SuperClassID() == GEN_DERIVOB_CLASS_ID) {
-    os = static_cast<IDerivedObject*>(obj_)->EvalStack(t, this, 0);
-  } else {
-    os = obj_->Eval(t);
-    os.NarrowObValid(obj_->ObjectValidity(t));
+  {
+    EvalFlag eval(ws_evaluating_);
+    if (obj_->SuperClassID() == GEN_DERIVOB_CLASS_ID) {
+      os = static_cast<IDerivedObject*>(obj_)->EvalStack(t, this, 0);
+    } else {
+      os = obj_->Eval(t);
+      os.NarrowObValid(obj_->ObjectValidity(t));
+    }
   }
-  ws_evaluating_ = false;
   Interval iv = os.Validity();
   if (!iv.InInterval(t)) iv.SetInstant(t);
   ws_ = os;

@@ -21,18 +21,41 @@ ClassDesc2* GetLayerManagerClassDesc();
 
 namespace {
 
-// Undo of a node's creation: undo marks the node deleted (its references go back through their
-// own records), redo brings it back. Keeps the node's memory while the record exists.
+// Undo of a node's creation. A builder makes its nodes with the hold on and wires them with the
+// hold suspended, so the wiring has no records of its own: undo deletes the node as a user
+// would (dependents told, slots emptied, children moved up) and keeps the records of that
+// deletion, and redo plays them back, which brings the node back as it was when undone. Keeps
+// the node's memory while the record exists.
 class NodeCreateRestore : public RestoreObj {
  public:
   explicit NodeCreateRestore(Node* node) : node_(node) { node_->IncHoldCount(); }
-  ~NodeCreateRestore() override { node_->DecHoldCount(); }
-  void Restore(int) override { node_->SetAFlag(A_IS_DELETED); }
-  void Redo() override { node_->ClearAFlag(A_IS_DELETED); }
+  ~NodeCreateRestore() override {
+    // The deletion's records first: they may hold the last references to the node's parts.
+    deletion_.clear();
+    node_->DecHoldCount();
+  }
+  void Restore(int) override {
+    if (node_->TestAFlag(A_IS_DELETED)) return;
+    deletion_.clear();
+    theHold.BeginCapture();
+    try {
+      node_->Delete(GetCOREInterface()->GetTime(), true);
+    } catch (...) {
+      deletion_ = theHold.EndCapture();
+      throw;
+    }
+    deletion_ = theHold.EndCapture();
+  }
+  void Redo() override {
+    for (size_t i = deletion_.size(); i > 0; --i) deletion_[i - 1]->Restore(0);
+    deletion_.clear();
+  }
+  int Size() override { return static_cast<int>(sizeof(*this) + deletion_.size() * 64); }
   MSTR Description() override { return "Create"; }
 
  private:
   Node* node_;
+  std::vector<std::unique_ptr<RestoreObj>> deletion_;
 };
 
 class NodeClassDesc : public ClassDesc2 {
@@ -110,6 +133,8 @@ INode* Scene::CreateObjectNode(Object* obj, const MSTR& name) {
 
   auto* node = new Node(false);
   if (theHold.Holding()) theHold.Put(new marvolith_scene::NodeCreateRestore(node));
+  // The creation is one record: its undo deletes the node as it is then, whatever was wired.
+  HoldSuspend one_record;
   marvolith_scene::NodeState state = node->State();
   state.name = unique;
   node->ApplyState(state);

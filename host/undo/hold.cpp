@@ -20,16 +20,39 @@ class FlagScope {
 
 Hold::~Hold() { Clear(); }
 
-void Hold::Begin() { levels_.push_back(open_.size()); }
+void Hold::Begin() {
+  if (!levels_.empty()) {
+    // The open levels' objects carry A_HELD: clear it so that this level records its own before
+    // state. Only records put since the last nested Begin can have set it again.
+    for (size_t i = held_cleared_; i < open_.size(); ++i) open_[i]->EndHold();
+    held_cleared_ = open_.size();
+  }
+  levels_.push_back(open_.size());
+}
 
 bool Hold::Holding() const {
+  if (!captures_.empty()) return suspend_ == captures_.back().suspend_base;
   return !levels_.empty() && suspend_ == 0 && !restoring_ && !redoing_;
 }
 
 void Hold::Put(RestoreObj* rob) {
   std::unique_ptr<RestoreObj> owned(rob);
   if (!owned || !Holding()) return;
+  if (!captures_.empty()) {
+    captures_.back().records.push_back(std::move(owned));
+    return;
+  }
   open_.push_back(std::move(owned));
+}
+
+void Hold::BeginCapture() { captures_.push_back(Capture{{}, suspend_}); }
+
+std::vector<std::unique_ptr<RestoreObj>> Hold::EndCapture() {
+  if (captures_.empty()) return {};
+  std::vector<std::unique_ptr<RestoreObj>> records = std::move(captures_.back().records);
+  captures_.pop_back();
+  for (auto& rec : records) rec->EndHold();
+  return records;
 }
 
 void Hold::Accept(const MSTR& name) {
@@ -40,6 +63,7 @@ void Hold::Accept(const MSTR& name) {
   // dropping records can delete objects that were kept only for undo.
   Entry entry{name, std::move(open_)};
   open_.clear();
+  held_cleared_ = 0;
   for (auto& rec : entry.records) rec->EndHold();
   if (entry.records.empty()) return;
   std::vector<Entry> dropped = std::move(redo_);
@@ -64,6 +88,7 @@ void Hold::Cancel() {
   std::vector<std::unique_ptr<RestoreObj>> dropped(std::make_move_iterator(open_.begin() + from),
                                                    std::make_move_iterator(open_.end()));
   open_.resize(from);
+  if (held_cleared_ > from) held_cleared_ = from;
   HoldSuspend guard;
   dropped.clear();
 }
@@ -75,6 +100,7 @@ void Hold::Restore() {
   std::vector<std::unique_ptr<RestoreObj>> dropped(std::make_move_iterator(open_.begin() + from),
                                                    std::make_move_iterator(open_.end()));
   open_.resize(from);
+  if (held_cleared_ > from) held_cleared_ = from;
   HoldSuspend guard;
   dropped.clear();
 }
@@ -116,6 +142,7 @@ MSTR Hold::RedoName(int i) const {
 void Hold::Clear() {
   HoldSuspend guard;
   for (auto& rec : open_) rec->EndHold();
+  held_cleared_ = 0;
   // Newest first, so that records drop their keep-alive counts in the reverse of their making.
   while (!open_.empty()) open_.pop_back();
   levels_.clear();

@@ -19,8 +19,9 @@ class RestoreObj {
   virtual void Redo() = 0;
   /// Rough size in bytes, for the host's memory accounting.
   virtual int Size() { return 1; }
-  /// Called once when the hold that holds this record ends (accepted or cancelled): clears the
-  /// object's A_HELD flag so that the next hold records it again.
+  /// Called when the hold that holds this record ends (accepted or cancelled), and when a nested
+  /// hold begins over it: clears the object's A_HELD flag so that the next hold (or the inner
+  /// level) records it again. It may be called more than once and does nothing else.
   virtual void EndHold() {}
   virtual MSTR Description() { return "---"; }
 };
@@ -33,7 +34,9 @@ class Hold {
   Hold(const Hold&) = delete;
   Hold& operator=(const Hold&) = delete;
 
-  /// Opens a hold; holds nest, and only the outermost Accept makes an undo entry.
+  /// Opens a hold; holds nest, and only the outermost Accept makes an undo entry. An inner level
+  /// records the objects it changes afresh, so that its Cancel restores them to where the inner
+  /// level found them even when an outer level recorded them already.
   void Begin();
   /// Takes ownership of rob. Records put while not Holding() are deleted at once.
   void Put(RestoreObj* rob);
@@ -45,8 +48,16 @@ class Hold {
   /// Restores the records of the open hold (innermost level) and drops them, leaving the hold
   /// open: a drag reapplies its whole change from the start state on each move.
   void Restore();
-  /// True inside Begin/Accept, not suspended, and not while restoring or redoing.
+  /// True inside Begin/Accept, not suspended, and not while restoring or redoing; also true
+  /// inside a capture that is not suspended.
   bool Holding() const;
+
+  /// Collects the records put until EndCapture into a list of the caller's, even while undoing
+  /// or redoing: an undo record can carry out a change (deleting what it had created) and keep
+  /// the records that take that change back. Captures nest; Suspend inside one still suspends.
+  void BeginCapture();
+  /// Ends the innermost capture and hands over its records, their EndHold already called.
+  std::vector<std::unique_ptr<RestoreObj>> EndCapture();
   /// Suspends recording; nests.
   void Suspend() { ++suspend_; }
   void Resume() {
@@ -81,8 +92,16 @@ class Hold {
   void RestoreRange(size_t from, int is_undo);
   void Trim();
 
+  struct Capture {
+    std::vector<std::unique_ptr<RestoreObj>> records;
+    int suspend_base = 0;  // suspend_ when the capture began
+  };
+
   std::vector<std::unique_ptr<RestoreObj>> open_;  // records of the open hold
   std::vector<size_t> levels_;                     // open_ size at each Begin
+  // Records of open_ below this index have had EndHold since they were put (a nested Begin).
+  size_t held_cleared_ = 0;
+  std::vector<Capture> captures_;
   std::vector<Entry> undo_;
   std::vector<Entry> redo_;
   int suspend_ = 0;

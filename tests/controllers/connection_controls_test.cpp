@@ -35,7 +35,7 @@ class TimeFloat : public Control {
   }
   RefResult NotifyRefChanged(
       const Interval&, RefTargetHandle, PartID& part, RefMessage message, bool) override {
-    if (message == kRefMsgKeyableQuery) *reinterpret_cast<int*>(part) = 1;
+    if (message == REFMSG_KEYABLE_QUERY) *reinterpret_cast<int*>(part) = 1;
     heard.push_back(message);
     return REF_STOP;
   }
@@ -209,11 +209,11 @@ TEST_F(ConnectionTest, TimeOffsetReadsAndWritesShiftedTime) {
   // Keys and message 264 go to the connected track only while two-way.
   int flag = 0;
   const PartID answer = reinterpret_cast<PartID>(&flag);
-  c->GetParamBlock(0)->NotifyDependents(FOREVER, answer, kRefMsgKeyableQuery);
+  c->GetParamBlock(0)->NotifyDependents(FOREVER, answer, REFMSG_KEYABLE_QUERY);
   EXPECT_EQ(flag, 1);
   SetParam(c, kConnTwoWay, 0);
   clock->heard.clear();
-  c->GetParamBlock(0)->NotifyDependents(FOREVER, answer, kRefMsgKeyableQuery);
+  c->GetParamBlock(0)->NotifyDependents(FOREVER, answer, REFMSG_KEYABLE_QUERY);
   EXPECT_TRUE(clock->heard.empty());
 }
 

@@ -111,6 +111,66 @@ TEST_F(ReferenceTest, UnreferencedTargetsAreDeletedWithTheirSubtree) {
   }
 }
 
+TEST_F(ReferenceTest, DiamondsDeliverOneMessagePerMaker) {
+  // k levels of two makers, each referencing both makers of the level below: 2^(k+1) - 2 paths
+  // lead from the bottom to the top, but each maker must hear a change once.
+  constexpr int kLevels = 16;
+  auto* bottom = new TestTarget;
+  std::vector<TestTarget*> below{bottom};
+  std::vector<TestTarget*> all;
+  for (int level = 0; level < kLevels; ++level) {
+    std::vector<TestTarget*> here;
+    for (int i = 0; i < 2; ++i) {
+      auto* m = new TestTarget;
+      for (size_t s = 0; s < below.size(); ++s) m->ReplaceReference(static_cast<int>(s), below[s]);
+      here.push_back(m);
+      all.push_back(m);
+    }
+    below = here;
+  }
+  for (TestTarget* top : below) sweep.Keep(top);
+  for (TestTarget* m : all) m->heard.clear();
+
+  bottom->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
+  size_t delivered = 0;
+  for (TestTarget* m : all) {
+    EXPECT_EQ(m->Count(REFMSG_CHANGE), 1);
+    delivered += m->heard.size();
+  }
+  EXPECT_EQ(delivered, size_t(2 * kLevels));
+
+  // Each call is a broadcast of its own.
+  bottom->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
+  EXPECT_EQ(below[0]->Count(REFMSG_CHANGE), 2);
+
+  {
+    RefMsgsSuspend quiet;
+    bottom->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
+    {
+      RefMsgsSuspend nested;
+    }
+    bottom->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
+  }
+  EXPECT_EQ(below[0]->Count(REFMSG_CHANGE), 2) << "nothing travels while messages are disabled";
+  EXPECT_FALSE(RefMsgsDisabled());
+}
+
+TEST_F(ReferenceTest, SlotChangesReachTheDependentsForwardUndoneAndRedone) {
+  auto* maker = new TestTarget;
+  auto* user = sweep.Keep(new TestTarget);
+  user->ReplaceReference(0, maker);
+  auto* part = new TestTarget;
+  theHold.Begin();
+  maker->ReplaceReference(0, part);
+  theHold.Accept("Assign");
+  EXPECT_EQ(user->Count(REFMSG_CHANGE), 1);
+  EXPECT_EQ(user->Count(REFMSG_SUBANIM_STRUCTURE_CHANGED), 1);
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_EQ(user->Count(REFMSG_CHANGE), 2) << "the undone slot change is told";
+  ASSERT_TRUE(theHold.Redo());
+  EXPECT_EQ(user->Count(REFMSG_CHANGE), 3) << "and the redone one";
+}
+
 TEST_F(ReferenceTest, LoopsAreFoundAndRefused) {
   auto* a = sweep.Keep(new TestTarget);
   auto* b = new TestTarget;

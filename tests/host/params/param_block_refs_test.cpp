@@ -133,6 +133,10 @@ TEST_F(ParamBlockTest, DeletedNodeClearsItsEntriesAndTellsTheOwner) {
   pb->Append(kTabBase + kNode, 2, nodes);
   pb->SetValue(kWeakNode, 0, node);
   EXPECT_EQ(node->NumDependents(), 1) << "a P_NO_REF parameter does not reference its node";
+  // ...but watches it: a change of the node reaches the owner as a change of that parameter.
+  owner->heard.clear();
+  node->NotifyDependents(FOREVER, PART_TM, REFMSG_CHANGE);
+  EXPECT_EQ(owner->heard, (std::vector<ParamID>{kNode, kWeakNode}));
   owner->heard.clear();
   test_accessor.Clear();
 
@@ -144,7 +148,8 @@ TEST_F(ParamBlockTest, DeletedNodeClearsItsEntriesAndTellsTheOwner) {
   ASSERT_EQ(pb->Count(kTabBase + kNode), 2) << "the entry stays, empty";
   EXPECT_EQ(pb->GetINode(kTabBase + kNode, 0, 0), nullptr);
   EXPECT_EQ(pb->GetINode(kTabBase + kNode, 0, 1), kept);
-  EXPECT_EQ(owner->heard, (std::vector<ParamID>{kNode, kTabBase + kNode}));
+  EXPECT_EQ(owner->heard, (std::vector<ParamID>{kNode, kTabBase + kNode, kWeakNode}))
+      << "the watched node's deletion is told too";
   ASSERT_EQ(test_accessor.tab_calls.size(), 1u);
   EXPECT_EQ(test_accessor.tab_calls[0].code, tab_ref_deleted);
   EXPECT_EQ(test_accessor.tab_calls[0].tab_index, 0);

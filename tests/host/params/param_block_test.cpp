@@ -8,6 +8,7 @@
 
 #include "host/core/diagnostics.h"
 #include "host/params/iparam_block2.h"
+#include "host/undo/hold.h"
 #include "tests/host/params/param_test_objects.h"
 #include "tests/support/alloc_counter.h"
 
@@ -177,6 +178,31 @@ TEST_F(ParamBlockTest, AccessorSeesEveryReadWriteAndTableChange) {
   pb->ZeroCount(kAnimFloatTab);
   expect_call(tab_setcount, 0, 0, 0);
   EXPECT_EQ(test_accessor.tab_calls.size(), 5u);
+}
+
+TEST_F(ParamBlockTest, UndoAndRedoTellTheAccessors) {
+  // Caches kept by accessors must drop when undo or redo changes a value behind them.
+  theHold.Begin();
+  pb->SetValue(kFloat, 0, 3.0f);
+  pb->Append(kAnimFloatTab, 1, static_cast<const float*>(nullptr));
+  theHold.Accept("Change");
+  test_accessor.Clear();
+  test_accessor.set_scale = 10.0f;  // what the accessor answers on undo is not kept
+
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_EQ(test_accessor.sets, 1) << "one changed plain value";
+  ASSERT_EQ(test_accessor.tab_calls.size(), 1u);
+  EXPECT_EQ(test_accessor.tab_calls.back().code, tab_setcount);
+  EXPECT_EQ(test_accessor.tab_calls.back().count, 2);
+  test_accessor.set_scale = 1.0f;
+  EXPECT_EQ(pb->GetFloat(kFloat), 1.5f);
+
+  ASSERT_TRUE(theHold.Redo());
+  EXPECT_EQ(test_accessor.sets, 2);
+  ASSERT_EQ(test_accessor.tab_calls.size(), 2u);
+  EXPECT_EQ(test_accessor.tab_calls.back().count, 3);
+  EXPECT_EQ(pb->GetFloat(kFloat), 3.0f);
+  theHold.Clear();
 }
 
 TEST_F(ParamBlockTest, ValidatorRefusalLeavesEverythingUnchanged) {

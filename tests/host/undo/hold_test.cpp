@@ -129,6 +129,39 @@ TEST_F(HoldTest, NestedHoldsMakeOneEntry) {
   EXPECT_EQ(other->value, 0);
 }
 
+TEST_F(HoldTest, InnerCancelRestoresWhatTheOuterLevelRecordedFirst) {
+  theHold.Begin();
+  counter->Set(1);  // the outer level records the object
+  theHold.Begin();
+  counter->Set(2);
+  theHold.Cancel();
+  EXPECT_EQ(counter->value, 1) << "the inner cancel goes back to where the inner level began";
+  theHold.Begin();
+  counter->Set(3);
+  theHold.Accept("Inner");
+  theHold.Accept("Outer");
+  theHold.Undo();
+  EXPECT_EQ(counter->value, 0);
+  theHold.Redo();
+  EXPECT_EQ(counter->value, 3);
+}
+
+TEST_F(HoldTest, CapturedRecordsStayWithTheirCaller) {
+  // A record that acts while undoing keeps the records of its own action.
+  theHold.BeginCapture();
+  EXPECT_TRUE(theHold.Holding()) << "a capture records even without an open hold";
+  counter->Set(5);
+  theHold.Suspend();
+  EXPECT_FALSE(theHold.Holding()) << "suspending inside a capture still suspends";
+  theHold.Resume();
+  auto records = theHold.EndCapture();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_FALSE(counter->TestAFlag(A_HELD)) << "EndCapture ends the records' hold";
+  EXPECT_EQ(theHold.UndoCount(), 0) << "nothing reached the undo stack";
+  records[0]->Restore(0);
+  EXPECT_EQ(counter->value, 0);
+}
+
 TEST_F(HoldTest, SuspendNestsAndDropsRecords) {
   theHold.Begin();
   theHold.Suspend();
