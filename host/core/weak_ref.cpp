@@ -3,22 +3,11 @@
 
 #include <utility>
 
+#include "host/core/scoped_flag.h"
 #include "host/io/chunk_io.h"
 #include "host/undo/hold.h"
 
 namespace {
-
-// Sets a guard flag for a scope, also when an exception passes.
-class Guard {
- public:
-  explicit Guard(bool& flag) : flag_(flag) { flag_ = true; }
-  ~Guard() { flag_ = false; }
-  Guard(const Guard&) = delete;
-  Guard& operator=(const Guard&) = delete;
-
- private:
-  bool& flag_;
-};
 
 // More entries than this in one slot of a file is damage, not a rig.
 constexpr ULONG kMaxLoadedEntries = 1u << 16;
@@ -244,7 +233,7 @@ RefResult WeakRefOwner::ProcessRefTargMonitorMsg(const Interval&, RefTargetHandl
   if (message == REFMSG_TARGET_DELETED) guard = &in_deleted_;
   if (message == REFMSG_NODE_HANDLE_CHANGED) guard = &in_handle_changed_;
   if (*guard) return REF_SUCCEED;
-  Guard busy(*guard);
+  ScopedFlag busy(*guard);
   int slot = 0;
   int index = 0;
   if (!Locate(caller, slot, index)) return REF_SUCCEED;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <string>
 
+#include "host/core/scoped_flag.h"
 #include "host/core/weak_ref.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
@@ -286,11 +287,7 @@ class IParamBlock2::WeakWatch : public IRefTargMonitor {
     if (message != REFMSG_CHANGE && message != REFMSG_TARGET_DELETED) return REF_SUCCEED;
     // What the owner does about the change may move the watched node again: a weak edge must
     // not loop, so that second change is not passed on.
-    busy_ = true;
-    struct Clear {
-      bool& flag;
-      ~Clear() { flag = false; }
-    } clear{busy_};
+    ScopedFlag busy(busy_);
     int tab = 0;
     const ParamID id = pb_.ParamOfWeakTarget(target, tab);
     if (id >= 0) {

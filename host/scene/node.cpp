@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/core/diagnostics.h"
+#include "host/core/scoped_flag.h"
 #include "host/io/chunk_io.h"
 #include "host/io/ref_slot_check.h"
 #include "host/math/affine.h"
@@ -112,18 +113,6 @@ void PutChildList(Node* parent) {
 }
 
 TimeValue Now() { return GetCOREInterface()->GetTime(); }
-
-// Marks an evaluation in progress for a scope, also when an exception passes.
-class EvalFlag {
- public:
-  explicit EvalFlag(bool& flag) : flag_(flag) { flag_ = true; }
-  ~EvalFlag() { flag_ = false; }
-  EvalFlag(const EvalFlag&) = delete;
-  EvalFlag& operator=(const EvalFlag&) = delete;
-
- private:
-  bool& flag_;
-};
 
 }  // namespace
 
@@ -458,7 +447,7 @@ Matrix3 Node::GetNodeTM(TimeValue t, Interval* valid) {
   {
     // An exception from a controller passes on to the caller; the flag must not stay set, or
     // the node would answer its last result as a cycle for as long as the scene lives.
-    EvalFlag eval(evaluating_);
+    ScopedFlag eval(evaluating_);
     // world = local * parent_ws: the controller applies its local transform to the parent's.
     if (parent_) tm = parent_->GetNodeTM(t, &iv);
     if (tm_) tm_->GetValue(t, &tm, iv, CTRL_RELATIVE);
@@ -676,7 +665,7 @@ const ObjectState& Node::EvalWorldState(TimeValue t, bool) {
   ws_stale_during_eval_ = false;
   ObjectState os;
   {
-    EvalFlag eval(ws_evaluating_);
+    ScopedFlag eval(ws_evaluating_);
     if (obj_->SuperClassID() == GEN_DERIVOB_CLASS_ID) {
       os = static_cast<IDerivedObject*>(obj_)->EvalStack(t, this, 0);
     } else {

@@ -3,20 +3,9 @@
 
 #include <utility>
 
+#include "host/core/scoped_flag.h"
+
 Hold theHold;
-
-namespace {
-// Sets a flag for a scope and restores its previous value.
-class FlagScope {
- public:
-  explicit FlagScope(bool& flag) : flag_(flag), old_(flag) { flag_ = true; }
-  ~FlagScope() { flag_ = old_; }
-
- private:
-  bool& flag_;
-  bool old_;
-};
-}  // namespace
 
 Hold::~Hold() { Clear(); }
 
@@ -75,7 +64,7 @@ void Hold::Accept(const MSTR& name) {
 }
 
 void Hold::RestoreRange(size_t from, int is_undo) {
-  FlagScope restoring(restoring_);
+  ScopedFlag restoring(restoring_);
   for (size_t i = open_.size(); i > from; --i) open_[i - 1]->Restore(is_undo);
   for (size_t i = from; i < open_.size(); ++i) open_[i]->EndHold();
 }
@@ -110,7 +99,7 @@ bool Hold::Undo() {
   Entry entry = std::move(undo_.back());
   undo_.pop_back();
   {
-    FlagScope restoring(restoring_);
+    ScopedFlag restoring(restoring_);
     for (size_t i = entry.records.size(); i > 0; --i) entry.records[i - 1]->Restore(1);
   }
   redo_.push_back(std::move(entry));
@@ -122,7 +111,7 @@ bool Hold::Redo() {
   Entry entry = std::move(redo_.back());
   redo_.pop_back();
   {
-    FlagScope redoing(redoing_);
+    ScopedFlag redoing(redoing_);
     for (auto& rec : entry.records) rec->Redo();
   }
   undo_.push_back(std::move(entry));
