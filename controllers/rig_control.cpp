@@ -2,6 +2,7 @@
 #include "controllers/rig_control.h"
 
 #include <cctype>
+#include <cmath>
 #include <vector>
 
 #include "controllers/dummy_controls.h"
@@ -33,6 +34,8 @@ constexpr const char* kSubNames[4] = {"Parameters", "Position", "Rotation", "Sca
 constexpr float kOffsetRowMinLength = 1e-6f;
 /// Parent row lengths below this are not divided out of a straight scale.
 constexpr float kStraightScaleMinLength = 1e-6f;
+/// Offset stretch factors below this count as collapsed (no inverse).
+constexpr float kOffsetStretchMinFactor = 1e-12f;
 /// FindRigControl follows at most this many nested transform controllers.
 constexpr int kMaxWrapDepth = 64;
 /// The host's rotation list and Euler XYZ classes, which make up the gimbal proxy.
@@ -157,6 +160,17 @@ Matrix3 MirrorRotation(const Matrix3& d, int axis) {
 }
 
 bool ValidAxis(int axis) { return axis >= 0 && axis <= 2; }
+
+/// The inverse of the offset's stretch, taking it back out of O * parent so that only the
+/// offset's rotation and translation stay in front of the tracks. A collapsed factor stays
+/// collapsed.
+Matrix3 InverseStretch(const ScaleValue& os) {
+  Point3 inv;
+  for (int i = 0; i < 3; ++i) {
+    inv[i] = std::fabs(os.s[i]) > kOffsetStretchMinFactor ? 1.0f / os.s[i] : 0.0f;
+  }
+  return MatrixFromScaleValue(ScaleValue(inv, os.q));
+}
 
 Control* MakeGimbalProxy() {
   HoldSuspend no_undo;  // the proxy is not part of any user's edit
@@ -312,6 +326,8 @@ bool RigControl::AssignController(Animatable* control, int i) {
   if (!CanAssignController(i)) return false;
   auto* c = dynamic_cast<Control*>(control);
   if (!c || c->SuperClassID() != kTrackSuper[i - 1]) return false;
+  if (c->TestForLoop(FOREVER, this) == REF_FAIL) return false;
+  CopyReplaced(c, sub_[i - 1]);
   if (ReplaceReference(i, c) != REF_SUCCEED) return false;
   NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
   NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);
@@ -338,25 +354,27 @@ void RigControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod)
   Point3 op;
   Quat oq;
   ScaleValue os;
+  DecomposeMatrix(offset, op, oq, os);
+  // The parent's row lengths, which straight_scale re-applies as pure factors.
+  const Point3 s0 = straight ? GetScaleLengths(tm) : Point3(1.0f, 1.0f, 1.0f);
   if (independent) {
-    DecomposeMatrix(offset, op, oq, os);
     tm.PreTranslate(op);
   } else {
     tm = offset * tm;
   }
   if (sub_[0]) sub_[0]->GetValue(t, val, valid, CTRL_RELATIVE);
-  Point3 s0(1.0f, 1.0f, 1.0f);
-  if (straight) {
-    s0 = GetScaleLengths(tm);
-    tm.Orthogonalize();
-  }
+  // Whole offset: the position track moves in the offset's scaled frame; the stretch then comes
+  // out, to go in after the scale track with the independent offset's.
+  if (!independent) tm = InverseStretch(os) * tm;
+  if (straight) tm.Orthogonalize();
   if (independent) tm.PreRotate(oq);
   if (sub_[1]) sub_[1]->GetValue(t, val, valid, CTRL_RELATIVE);
   if (sub_[2]) sub_[2]->GetValue(t, val, valid, CTRL_RELATIVE);
-  // The offset's scale goes in after the scale track, whose relative GetValue orthogonalises
-  // what it is applied to and would drop it. Axis-aligned scales commute, so this is the same
-  // product as the offset's scale in front of the track's.
-  if (independent) tm = MatrixFromScaleValue(os) * tm;
+  // The offset's stretch goes in after the scale track, whose relative GetValue orthogonalises
+  // what it is applied to and would drop it (ResetFigure moves the track's scale into the
+  // offset, so the world must keep it). Axis-aligned scales commute, so this is the same product
+  // as the offset's scale in front of the track's.
+  tm = MatrixFromScaleValue(os) * tm;
   if (straight) {
     // The parent's row lengths and this node's factors as pure factors on an orthogonal frame.
     const Point3 s1 = GetScaleLengths(tm);
@@ -374,33 +392,30 @@ void RigControl::SetWorld(TimeValue t,
   Point3 p;
   Quat q;
   ScaleValue s;
-  Point3 s0;
   Point3 unused_pos;
+  Point3 op;
+  Quat oq;
+  ScaleValue os;
+  DecomposeMatrix(offset, op, oq, os);
+  const Point3 s0 = GetScaleLengths(pk.tmParent);
+  // Rotation and scale are solved in the orthogonal frame they act in: the scale track's
+  // relative GetValue orthogonalises what it is applied to (straight_scale does explicitly).
+  // world = S(Os) * S(s) * q * frame, so q and s split S(Os)^-1 * world * frame^-1.
+  Matrix3 frame;
   if (independent) {
-    Point3 op;
-    Quat oq;
-    ScaleValue os;
-    DecomposeMatrix(offset, op, oq, os);
-    Matrix3 frame = pk.tmParent;
+    frame = pk.tmParent;
     frame.PreTranslate(op);
     p = (pk.tmAxis * Inverse(frame)).GetTrans();
     frame.PreTranslate(p);
-    s0 = GetScaleLengths(frame);
-    // Rotation and scale are solved in the orthogonal frame they act in: the scale track's
-    // relative GetValue orthogonalises what it is applied to (straight_scale does explicitly).
-    // world = S(Os) * S(s) * q * Oq * frame, so q and s split S(Os)^-1 * world * (Oq * frame)^-1.
     frame.Orthogonalize();
     frame.PreRotate(oq);
-    DecomposeMatrix(Inverse(MatrixFromScaleValue(os)) * pk.tmAxis * Inverse(frame), unused_pos, q,
-                    s);
   } else {
-    const Matrix3 frame = offset * pk.tmParent;
+    frame = offset * pk.tmParent;
     p = (pk.tmAxis * Inverse(frame)).GetTrans();
-    s0 = GetScaleLengths(frame);
-    Matrix3 axes = frame;
-    axes.Orthogonalize();
-    DecomposeMatrix(pk.tmAxis * Inverse(axes), unused_pos, q, s);
+    frame = InverseStretch(os) * frame;
+    frame.Orthogonalize();
   }
+  DecomposeMatrix(InverseStretch(os) * pk.tmAxis * Inverse(frame), unused_pos, q, s);
   if (straight) {
     // GetValue puts the parent's row lengths back as factors, so they are divided out here.
     s.q.Identity();
@@ -434,6 +449,9 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
   } else {
     base = offset * pk.tmParent;
   }
+  // The frame the rotation and scale tracks turn in: without the offset's stretch, which is
+  // applied after them.
+  const Matrix3 axes_base = independent ? base : InverseStretch(os) * base;
 
   switch (pk.command) {
     case XFORM_SET:
@@ -459,7 +477,7 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
     }
 
     case XFORM_ROTATE: {
-      Matrix3 frame = figure ? pk.tmParent : base;
+      Matrix3 frame = figure ? pk.tmParent : axes_base;
       if (!figure && independent) frame.PreRotate(oq);
       AngAxis aa = pk.aa;
       if (ValidAxis(mirror.rot_axis)) {
@@ -497,7 +515,7 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
       }
       if (!sub_[2]) break;
       // The frame the scale track is applied to (the offset's scale comes after it).
-      Matrix3 frame = base;
+      Matrix3 frame = axes_base;
       Interval ignored = FOREVER;
       if (independent) frame.PreRotate(oq);
       if (sub_[1]) sub_[1]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
@@ -741,11 +759,12 @@ Control* RigControl::GimbalProxy() {
   const Matrix3 offset = GetOffsetTM();
   const int order = euler->GetOrder();
   float offset_ang[3] = {0.0f, 0.0f, 0.0f};
-  if (pblock_->GetInt(kRigIndependentOffset) != 0) {
-    Point3 op;
-    Quat oq;
-    ScaleValue os;
-    DecomposeMatrix(offset, op, oq, os);
+  Point3 op;
+  Quat oq;
+  ScaleValue os;
+  DecomposeMatrix(offset, op, oq, os);
+  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
+  if (independent) {
     frame.PreTranslate(op);
     float seq[3];
     MatrixToEuler(RotationMatrix(oq), seq, order);
@@ -757,6 +776,7 @@ Control* RigControl::GimbalProxy() {
   }
   Interval ignored = FOREVER;
   if (sub_[0]) sub_[0]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
+  if (!independent) frame = InverseStretch(os) * frame;
   frame.Orthogonalize();
 
   HoldSuspend no_undo;

@@ -92,8 +92,12 @@ class IRigControl : public FPMixinInterface {
 /// (the host's scale tracks orthogonalise what they are applied to, so the parent's scale
 /// reaches the position but not the axes, as with the host's PRS; the offset's scale is applied
 /// after the track so that it survives). Without independent_offset O goes whole in front of
-/// the tracks, and its scale is dropped like the parent's. straight_scale re-applies the
-/// parent's row lengths and the node's own factors as pure factors on an orthogonal frame. In
+/// the position track, which so moves in the offset's scaled frame; the offset's stretch then
+/// comes out and goes in after the scale track as above:
+///   world = S(Os) * S(s) * Ortho(q * S(Os)^-1 * T(p) * O * parent).
+/// So with the tracks at rest either mode gives S(Os) * Ortho(Oq * T(Op) * parent), which is
+/// what ResetFigure relies on. straight_scale re-applies the parent's row lengths and the node's
+/// own factors as pure factors on an orthogonal frame. In
 /// figure mode the world is O * parent and the tracks are not evaluated. With O the identity
 /// the result is the host PRS's. Evaluation allocates nothing.
 ///
@@ -127,7 +131,8 @@ class RigControl : public CompoundControl, public IRigControl, public IRefSlotCh
   Animatable* SubAnim(int i) override { return GetReference(i); }
   MSTR SubAnimName(int i, bool localized = true) override;
   bool CanAssignController(int i) override { return i >= 1 && i <= 3; }
-  /// Puts control at track i (1..3); false for another index or a controller of the wrong kind.
+  /// Puts control at track i (1..3), where it adopts the old track's value (Copy); false for
+  /// another index, a controller of the wrong kind or one that would close a loop.
   bool AssignController(Animatable* control, int i) override;
   int SubNumToRefNum(int i) override { return i >= 0 && i < 4 ? i : -1; }
   int NumRefs() override { return 4; }

@@ -104,7 +104,8 @@ class RotationXYZ : public CompoundControl, public IEulerControl {
     return i >= 0 && i < 3 ? stdAngleDim : defaultDim;
   }
   bool CanAssignController(int i) override { return i >= 0 && i < 3; }
-  /// Puts a float controller at channel i; anything else is refused.
+  /// Puts a float controller at channel i, where it adopts the old channel's value (Copy);
+  /// anything else is refused.
   bool AssignController(Animatable* control, int i) override;
   int SubNumToRefNum(int i) override { return i >= 0 && i < 3 ? i : -1; }
 

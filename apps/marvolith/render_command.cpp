@@ -74,7 +74,9 @@ void AddRenderCommand(CLI::App& app) {
     if (!ImageFormatForPath(out_value))
       Refuse("the picture file '" + out_value + "' must end in .png or .svg");
     std::string error;
-    if (!LoadScene(scene_value, &error)) Refuse(Plain(error));
+    std::vector<std::string> notes;
+    if (!LoadScene(scene_value, &error, &notes)) Refuse(Plain(error));
+    for (const std::string& note : notes) std::fprintf(stderr, "%s\n", Plain(note).c_str());
     Interface* ip = GetCOREInterface();
     const TimeValue t = frame_value * ip->GetTicksPerFrame();
     int drawn = 0;

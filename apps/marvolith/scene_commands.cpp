@@ -80,7 +80,9 @@ std::optional<FrameRange> ParseFrames(const std::string& text) {
 
 void Load(const std::string& path) {
   std::string error;
-  if (!LoadScene(path, &error)) Refuse(Plain(error));
+  std::vector<std::string> notes;
+  if (!LoadScene(path, &error, &notes)) Refuse(Plain(error));
+  for (const std::string& note : notes) std::fprintf(stderr, "%s\n", Plain(note).c_str());
 }
 
 }  // namespace

@@ -138,6 +138,8 @@ Control* ListControl::GetSubCtrl(int index) {
 bool ListControl::SetSubCtrl(int index, Control* ctrl) {
   if (index == GetListCount()) return Append(ctrl) >= 0;
   if (index < 0 || index > GetListCount() || !ctrl || ctrl->SuperClassID() != super_) return false;
+  if (ctrl->TestForLoop(FOREVER, this) == REF_FAIL) return false;
+  CopyReplaced(ctrl, items_[index]);
   if (ReplaceReference(index, ctrl) != REF_SUCCEED) return false;
   NotifyStructure();
   return true;

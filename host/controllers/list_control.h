@@ -12,7 +12,8 @@ class ClassDesc2;
 
 /// A list of controllers of the list's own super class, each with a name and a weight (1 when
 /// appended), and one active item. References and sub-anims are the items in order; assigning
-/// to the sub-anim one past the end appends.
+/// to the sub-anim one past the end appends, and a controller assigned over an item adopts that
+/// item's value (Copy).
 ///
 /// GetValue combines the items at their weights (an item of weight 0 is not evaluated):
 ///   float, point3, position: the weighted sum;

@@ -12,7 +12,7 @@ inline constexpr ULONG kPRSClassIDPartA = 37206;
 
 /// The host's transform controller (Class_ID(37206, 0), CTRL_MATRIX3_CLASS_ID). References and
 /// sub-anims 0 "Position", 1 "Rotation", 2 "Scale", each assignable to a controller of that
-/// super class.
+/// super class; the controller assigned adopts the value of the one it replaces (Copy).
 ///
 /// GetValue turns the parent matrix in *val into the world matrix: the position controller
 /// applies with PreTranslate, then the rotation with PreRotate, then the scale with

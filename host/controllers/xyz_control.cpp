@@ -52,6 +52,8 @@ bool FloatTripleControl::AssignController(Animatable* control, int i) {
   if (i < 0 || i >= 3) return false;
   auto* c = dynamic_cast<Control*>(control);
   if (!c || c->SuperClassID() != CTRL_FLOAT_CLASS_ID) return false;
+  if (c->TestForLoop(FOREVER, this) == REF_FAIL) return false;
+  CopyReplaced(c, sub_[i]);
   if (ReplaceReference(i, c) != REF_SUCCEED) return false;
   NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
   NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);

@@ -27,7 +27,8 @@ class FloatTripleControl : public CompoundControl {
   Animatable* SubAnim(int i) override { return i >= 0 && i < 3 ? sub_[i] : nullptr; }
   MSTR SubAnimName(int i, bool localized = true) override;
   bool CanAssignController(int i) override { return i >= 0 && i < 3; }
-  /// Replaces channel i by a float controller; anything else is refused.
+  /// Replaces channel i by a float controller, which adopts the channel's value (Copy); anything
+  /// else is refused.
   bool AssignController(Animatable* control, int i) override;
   int SubNumToRefNum(int i) override { return i >= 0 && i < 3 ? i : -1; }
   int NumRefs() override { return 3; }

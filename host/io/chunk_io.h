@@ -58,6 +58,8 @@ class ILoad {
   /// Asks for *slot to receive the object with scene number ref_id once all objects exist.
   /// Without a scene being loaded nothing is patched.
   virtual void RecordBackpatch(int ref_id, void** slot) {}
+  /// The host's name of RecordBackpatch.
+  void RegisterBackPatch(int ref_id, void** slot) { RecordBackpatch(ref_id, slot); }
   /// Runs cb->proc once every object of the file exists and is linked. The loader owns cb: it
   /// deletes it after proc ran, or unrun when the load fails; proc must not delete it. Without a
   /// scene being loaded cb is deleted at once.

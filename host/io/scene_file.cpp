@@ -15,6 +15,7 @@
 #include "host/core/diagnostics.h"
 #include "host/core/weak_ref.h"
 #include "host/io/chunk_stream.h"
+#include "host/io/internal/unknown_class.h"
 #include "host/io/ref_slot_check.h"
 #include "host/registry/class_desc.h"
 #include "host/registry/host_classes.h"
@@ -27,6 +28,7 @@
 #include "host/undo/hold.h"
 
 namespace {
+namespace hii = host_io_internal;
 
 constexpr size_t kHeaderBytes = sizeof(kSceneFileMagic) + sizeof(std::uint32_t);
 
@@ -90,6 +92,12 @@ void WriteRaw(ISave& s, const T& v) {
   s.Write(&v, sizeof(T), &written);
 }
 
+// The weak references an object keeps outside its slots: its own, or a placeholder's.
+IIndirectReferenceMaker* IndirectRefsOf(ReferenceTarget* obj) {
+  if (hii::UnknownClassData* unknown = hii::AsUnknownClass(obj)) return &unknown->Weak();
+  return static_cast<IIndirectReferenceMaker*>(obj->GetInterface(I_INDIRECT_REFMAKER));
+}
+
 // ---------------------------------------------------------------------------------------------
 // Saving.
 
@@ -130,6 +138,13 @@ class SceneSaver : public ChunkWriter {
 };
 
 void SaveBaseState(SceneSaver& s, ReferenceTarget* obj) {
+  if (hii::UnknownClassData* unknown = hii::AsUnknownClass(obj)) {
+    if (!unknown->has_base_state) return;
+    s.BeginChunk(kBaseStateChunk);
+    (void)hii::ReplayChunk(&s, unknown->BaseState());
+    s.EndChunk();
+    return;
+  }
   const SClass_ID sc = obj->SuperClassID();
   auto* mod = sc == OSM_CLASS_ID ? dynamic_cast<Modifier*>(obj) : nullptr;
   auto* shape = sc == SHAPE_CLASS_ID ? dynamic_cast<ShapeObject*>(obj) : nullptr;
@@ -184,8 +199,10 @@ struct ChildOrder {
 // made; on success it hands the scene over.
 class LoadJob {
  public:
-  LoadJob(std::span<const std::uint8_t> data, std::string* error)
-      : loader_(data.subspan(kHeaderBytes)), error_(error) {}
+  LoadJob(std::span<const std::uint8_t> data,
+          std::string* error,
+          std::vector<std::string>* notes)
+      : loader_(data.subspan(kHeaderBytes)), error_(error), notes_(notes) {}
   ~LoadJob() {
     if (!done_) FreeAll();
   }
@@ -202,6 +219,11 @@ class LoadJob {
   bool ReadObjects();
   bool ReadObject();
   bool ReadBaseState(ReferenceTarget* obj);
+  /// Stands a placeholder in for the object being read, of class key, and says so once per class.
+  void StandIn(const ClassKey& key, bool say = true);
+  /// True for a parameter block held by a placeholder: its descriptor belongs to the missing
+  /// class, so it is kept as read too.
+  bool HeldByPlaceholder(int index) const;
   bool ReadScene();
   bool Link();
   bool Validate();
@@ -225,6 +247,7 @@ class LoadJob {
 
   SceneLoader loader_;
   std::string* error_;
+  std::vector<std::string>* notes_;
   std::vector<ClassKey> classes_;
   std::vector<LoadedObject> objects_;
   // Slots set by linking, undone before freeing after a failure.
@@ -236,8 +259,36 @@ class LoadJob {
   bool have_interface_ = false;
   InterfaceState interface_{};
   std::vector<std::int32_t> selection_;
+  std::vector<ClassKey> unknown_classes_;
+  ClassKey class_key_{};  // class of the object being read
   bool done_ = false;
 };
+
+void LoadJob::StandIn(const ClassKey& key, bool say) {
+  LoadedObject& lo = objects_.back();
+  if (lo.obj) lo.obj->DeleteMe();
+  class_key_ = key;
+  lo.obj = hii::NewUnknownClassPlaceholder(key.sclass, Class_ID(key.a, key.b),
+                                           static_cast<int>(lo.refs.size()));
+  lo.handle = Animatable::GetHandleByAnim(lo.obj);
+  if (!say || std::find(unknown_classes_.begin(), unknown_classes_.end(), key) != unknown_classes_.end())
+    return;
+  unknown_classes_.push_back(key);
+  const std::string line = "Marvolith: the scene file holds objects of an unknown class (" +
+                           ClassText(key) + "); they are kept as read and saved back unchanged.";
+  LogLine(line + "\n");
+  if (notes_) notes_->push_back(line);
+}
+
+bool LoadJob::HeldByPlaceholder(int index) const {
+  for (const LoadedObject& lo : objects_) {
+    if (!hii::AsUnknownClass(lo.obj)) continue;
+    for (std::int32_t id : lo.refs) {
+      if (id == index) return true;
+    }
+  }
+  return false;
+}
 
 bool LoadJob::ReadClassTable() {
   IOResult res;
@@ -278,64 +329,83 @@ bool LoadJob::ReadBaseState(ReferenceTarget* obj) {
 }
 
 bool LoadJob::ReadObject() {
-  LoadedObject lo;
   const int index = static_cast<int>(objects_.size());
+  // The object read, once its class chunk was: always objects_.back(), registered at once so
+  // that a failure below frees it.
+  LoadedObject* lo = nullptr;
   IOResult res;
   while ((res = loader_.OpenChunk()) == IO_OK) {
     const USHORT id = loader_.CurChunkID();
     if (id == kClassIndexChunk) {
       std::uint32_t ci = 0;
-      if (!ReadValue(ci) || lo.obj) return Damaged();
+      if (!ReadValue(ci) || lo) return Damaged();
       if (ci >= classes_.size()) return Damaged();
       const ClassKey& key = classes_[ci];
+      objects_.emplace_back();
+      lo = &objects_.back();
       ClassDesc2* cd = ClassDirectory::Get().FindClass(key.sclass, Class_ID(key.a, key.b));
       if (!cd) {
-        return Error("the scene file holds an object of an unknown class (" + ClassText(key) +
-                     ").");
+        StandIn(key);
+      } else {
+        Animatable* anim = cd->Create(true);
+        lo->obj = dynamic_cast<ReferenceTarget*>(anim);
+        if (!lo->obj) {
+          objects_.pop_back();
+          if (anim) anim->DeleteThis();
+          return Error("the class " + ClassText(key) + " could not be created from the file.");
+        }
+        lo->handle = Animatable::GetHandleByAnim(lo->obj);
+        class_key_ = key;
       }
-      Animatable* anim = cd->Create(true);
-      lo.obj = dynamic_cast<ReferenceTarget*>(anim);
-      if (!lo.obj) {
-        if (anim) anim->DeleteThis();
-        return Error("the class " + ClassText(key) + " could not be created from the file.");
-      }
-      lo.handle = Animatable::GetHandleByAnim(lo.obj);
-      // Registered at once, so that a failure below frees it.
-      objects_.push_back(lo);
-    } else if (!lo.obj) {
+    } else if (!lo) {
       return Damaged();  // the class comes first
     } else if (id == kRefsChunk) {
       std::vector<std::int32_t> v;
       if (!ReadInts(v) || v.empty() || v[0] < 0 || static_cast<size_t>(v[0]) != v.size() - 1)
         return Damaged();
-      objects_.back().refs.assign(v.begin() + 1, v.end());
-      objects_.back().has_refs = true;
+      lo->refs.assign(v.begin() + 1, v.end());
+      lo->has_refs = true;
+      if (hii::UnknownClassData* unknown = hii::AsUnknownClass(lo->obj))
+        unknown->SetSlotCount(static_cast<int>(lo->refs.size()));
     } else if (id == kIndirectRefsChunk) {
       std::vector<std::int32_t> v;
       if (!ReadInts(v) || v.empty() || v[0] < 0 || static_cast<size_t>(v[0]) != v.size() - 1)
         return Damaged();
-      objects_.back().indirect.assign(v.begin() + 1, v.end());
+      lo->indirect.assign(v.begin() + 1, v.end());
     } else if (id == kCustAttribChunk) {
-      if (!ReadValue(objects_.back().cust_attrib)) return Damaged();
+      if (!ReadValue(lo->cust_attrib)) return Damaged();
     } else if (id == kBaseStateChunk) {
-      if (!ReadBaseState(lo.obj)) return false;
-    } else if (id == kDataChunk) {
-      const int depth = loader_.Depth();
-      IOResult lr = lo.obj->Load(&loader_);
-      if (lr != IO_OK || !loader_.Ok() || loader_.Depth() < depth) {
-        MSTR name = lo.obj->ClassName();
-        return Error(
-            "the data of object " + std::to_string(index) + " (" +
-            (name.empty() ? std::string("class ") + Hex(lo.obj->ClassID().PartA()) : name) +
-            ") could not be read.");
+      if (hii::UnknownClassData* unknown = hii::AsUnknownClass(lo->obj)) {
+        if (!hii::CaptureChunk(&loader_, unknown->BaseState())) return Damaged();
+        unknown->has_base_state = true;
+      } else if (!ReadBaseState(lo->obj)) {
+        return false;
       }
-      while (loader_.Depth() > depth) {
-        if (loader_.CloseChunk() != IO_OK) return Damaged();
+    } else if (id == kDataChunk) {
+      if (!hii::AsUnknownClass(lo->obj) && lo->obj->SuperClassID() == PARAMETER_BLOCK2_CLASS_ID &&
+          HeldByPlaceholder(index)) {
+        StandIn(class_key_, false);
+      }
+      if (hii::UnknownClassData* unknown = hii::AsUnknownClass(lo->obj)) {
+        if (!hii::CaptureChunk(&loader_, unknown->Data())) return Damaged();
+      } else {
+        const int depth = loader_.Depth();
+        IOResult lr = lo->obj->Load(&loader_);
+        if (lr != IO_OK || !loader_.Ok() || loader_.Depth() < depth) {
+          MSTR name = lo->obj->ClassName();
+          return Error(
+              "the data of object " + std::to_string(index) + " (" +
+              (name.empty() ? std::string("class ") + Hex(lo->obj->ClassID().PartA()) : name) +
+              ") could not be read.");
+        }
+        while (loader_.Depth() > depth) {
+          if (loader_.CloseChunk() != IO_OK) return Damaged();
+        }
       }
     }
     if (loader_.CloseChunk() != IO_OK) return Damaged();
   }
-  if (res != IO_END || !lo.obj) return Damaged();
+  if (res != IO_END || !lo) return Damaged();
   return true;
 }
 
@@ -426,8 +496,11 @@ bool LoadJob::Link() {
   // was not saved for another reason comes back empty.
   for (LoadedObject& lo : objects_) {
     if (lo.indirect.empty()) continue;
-    auto* irm = static_cast<IIndirectReferenceMaker*>(lo.obj->GetInterface(I_INDIRECT_REFMAKER));
+    IIndirectReferenceMaker* irm = IndirectRefsOf(lo.obj);
     if (!irm) continue;  // the class no longer keeps weak references: nothing to restore
+    // A placeholder keeps as many as the file gives.
+    if (hii::UnknownClassData* unknown = hii::AsUnknownClass(lo.obj))
+      unknown->Weak().SetWeakCount(0, static_cast<int>(lo.indirect.size()));
     for (size_t i = 0; i < lo.indirect.size(); ++i) {
       const std::int32_t id = lo.indirect[i];
       if (id < -1 || id >= count) return Damaged();
@@ -617,8 +690,7 @@ bool SaveSceneToBytes(std::vector<std::uint8_t>& out, std::string* error) {
     for (int r = 0; r < n; ++r)
       WriteRaw(s, static_cast<std::int32_t>(s.GetRefID(obj->GetReference(r))));
     s.EndChunk();
-    if (auto* irm =
-            static_cast<IIndirectReferenceMaker*>(obj->GetInterface(I_INDIRECT_REFMAKER))) {
+    if (IIndirectReferenceMaker* irm = IndirectRefsOf(obj)) {
       const int ni = irm->NumIndirectRefs();
       if (ni > 0) {
         s.BeginChunk(kIndirectRefsChunk);
@@ -701,7 +773,9 @@ bool SaveScene(const std::string& path, std::string* error) {
   return true;
 }
 
-bool LoadSceneFromBytes(std::span<const std::uint8_t> data, std::string* error) {
+bool LoadSceneFromBytes(std::span<const std::uint8_t> data,
+                        std::string* error,
+                        std::vector<std::string>* notes) {
   if (data.size() < kHeaderBytes ||
       std::memcmp(data.data(), kSceneFileMagic, sizeof(kSceneFileMagic)) != 0) {
     Fail(error, "this is not a Marvolith scene file.");
@@ -715,17 +789,17 @@ bool LoadSceneFromBytes(std::span<const std::uint8_t> data, std::string* error) 
     return false;
   }
   BroadcastNotification(NOTIFY_FILE_PRE_OPEN);
-  LoadJob job(data, error);
+  LoadJob job(data, error, notes);
   if (!job.Run()) return false;
   BroadcastNotification(NOTIFY_FILE_POST_OPEN);
   return true;
 }
 
-bool LoadScene(const std::string& path, std::string* error) {
+bool LoadScene(const std::string& path, std::string* error, std::vector<std::string>* notes) {
   std::vector<std::uint8_t> bytes;
   if (!ReadFile(path, bytes)) {
     Fail(error, "could not open the scene file " + path + ".");
     return false;
   }
-  return LoadSceneFromBytes(bytes, error);
+  return LoadSceneFromBytes(bytes, error, notes);
 }

@@ -51,10 +51,19 @@ inline constexpr std::uint32_t kSceneFileVersion = 1;
 /// Loads a scene from data into a staging area and, only when the whole file was good, makes
 /// it the open scene: the old scene is freed, undo is cleared, and time, frame rate, range,
 /// coordinate system, pivot mode and selection are taken from the file. A truncated, damaged or
-/// foreign file, an unknown class (the message names its ids) or a newer version is refused:
-/// false, *error set to a "Marvolith: ..." line (also handed to LogLine), and the open scene as
-/// it was.
+/// foreign file or a newer version is refused: false, *error set to a "Marvolith: ..." line
+/// (also handed to LogLine), and the open scene as it was.
+///
+/// An object of a class that is not registered (a module that is not loaded) is kept as a
+/// placeholder of that class with its chunks and references, as are the parameter blocks it
+/// holds; one "Marvolith: ..." line per such class, naming its ids, goes to LogLine and to
+/// *notes when given. A placeholder controller leaves the value it is given unchanged (a node
+/// whose transform controller is missing sits at its parent), a placeholder object evaluates to
+/// itself, a placeholder modifier changes nothing; saving writes each back as it was read.
 [[nodiscard]] bool LoadSceneFromBytes(std::span<const std::uint8_t> data,
-                                      std::string* error = nullptr);
+                                      std::string* error = nullptr,
+                                      std::vector<std::string>* notes = nullptr);
 /// Loads the file at path as LoadSceneFromBytes does.
-[[nodiscard]] bool LoadScene(const std::string& path, std::string* error = nullptr);
+[[nodiscard]] bool LoadScene(const std::string& path,
+                             std::string* error = nullptr,
+                             std::vector<std::string>* notes = nullptr);

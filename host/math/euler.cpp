@@ -92,6 +92,19 @@ void Store(const Euler& e, float* ang) {
   for (int n = 0; n < 3; ++n) ang[n] = static_cast<float>(e.a[n]);
 }
 
+// As Store, for angles that carry whole turns: one that a float cannot hold within
+// kEulerTurnRoundoff loses its turns, so that the floats still give the rotation.
+void StoreTurns(const Euler& e, float* ang) {
+  for (int n = 0; n < 3; ++n) {
+    const double a = e.a[n];
+    float f = static_cast<float>(a);
+    if (std::fabs(static_cast<double>(f) - a) > kEulerTurnRoundoff) {
+      f = static_cast<float>(std::remainder(a, kTwoPi));
+    }
+    ang[n] = f;
+  }
+}
+
 // x plus the whole turns that bring it within pi of near.
 double WrapNear(double x, double near) { return x + kTwoPi * std::round((near - x) / kTwoPi); }
 
@@ -187,5 +200,5 @@ void ContinuousQuatToEuler(const Quat& q, float* ang, int order) {
       }
     }
   }
-  Store(best, ang);
+  StoreTurns(best, ang);
 }

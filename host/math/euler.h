@@ -46,5 +46,7 @@ void EulerToMatrix(const float* ang, Matrix3& mat, int order = EULERTYPE_XYZ);
 /// give the rotation of q (the two solution branches plus whole turns), the one with the least
 /// squared distance to the previous angles; each result angle lies within pi of its previous
 /// value. At gimbal lock the free turn is shared between the outer angles so both move as
-/// little as possible. Previous angles that are not finite are ignored (plain QuatToEuler).
+/// little as possible. Previous angles that are not finite are ignored (plain QuatToEuler). An
+/// angle so large that a float cannot hold it within kEulerTurnRoundoff drops its whole turns:
+/// the rotation of q wins over continuity.
 void ContinuousQuatToEuler(const Quat& q, float* ang, int order);

@@ -17,6 +17,11 @@ inline constexpr double kSingularRatio = 1e-7;
 /// orders) or sine (repeated-axis orders) of it is below this.
 inline constexpr double kGimbalLockEpsilon = 1e-6;
 
+/// ContinuousQuatToEuler keeps an angle's whole turns only while a float holds the angle this
+/// close (radians); beyond that (a channel that has run up a huge angle, where floats are whole
+/// radians apart) the turns are dropped so that the stored angles still give the rotation asked.
+inline constexpr double kEulerTurnRoundoff = 1e-4;
+
 /// Slerp falls back to normalised linear interpolation when the cosine between the two
 /// quaternions is above 1 minus this (the arc is too short for sin(omega) to divide by).
 inline constexpr double kSlerpLinearEpsilon = 1e-6;

@@ -960,10 +960,28 @@ void IParamBlock2::ResetAll() {
 // ---------------------------------------------------------------------------------------------
 // Sub-anims.
 
+namespace {
+class ParamValueAnim final : public Animatable {
+ public:
+  SClass_ID SuperClassID() override { return PARAM_VALUE_SUPER_CLASS_ID; }
+  Class_ID ClassID() override { return PARAM_VALUE_CLASS_ID; }
+  void GetClassName(MSTR& s, bool) const override { s = "Parameter Value"; }
+  void DeleteThis() override {}  // shared for the program's life
+};
+}  // namespace
+
+Animatable* GetParamValueAnim() {
+  // Made once and never freed: handles and flags of animatables outlive static destruction.
+  static ParamValueAnim* anim = new ParamValueAnim;
+  return anim;
+}
+
 Animatable* IParamBlock2::SubAnim(int i) {
   int tab = 0;
   const ParamID id = AnimNumToParamID(i, tab);
-  return id < 0 ? nullptr : GetController(id, tab < 0 ? 0 : tab);
+  if (id < 0) return nullptr;
+  Control* c = GetController(id, tab < 0 ? 0 : tab);
+  return c ? static_cast<Animatable*>(c) : GetParamValueAnim();
 }
 
 MSTR IParamBlock2::SubAnimName(int i, bool localized) {

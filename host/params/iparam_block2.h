@@ -64,13 +64,24 @@ ParamControllerFactory GetParamControllerFactory();
 ///
 /// Sub-anims are the animatable parameters that can hold a controller (float, Point3 and Point4
 /// kinds with P_ANIMATABLE), in table order: one per plain parameter, one per entry of a table.
-/// SubAnim answers the controller, null while the parameter has none.
+/// SubAnim answers the controller, or while the parameter has none the shared stand-in of
+/// GetParamValueAnim, so that walks over the tracks meet a parameter that holds a plain value.
 ///
 /// Files. Save writes the block as flat chunks; Load reads them back (layout and rules below, at
 /// Save). A block read from a scene file is made by the class directory (class
 /// PARAMETER_BLOCK2_CLASS_ID, (0x82, 0)) without a descriptor; Load finds its descriptor by the
 /// owner class and block id written in the file, and the owner becomes the dependent of that
 /// class once the whole file is linked.
+/// Super class and class of the stand-in sub-anim of an animatable parameter without a controller.
+inline constexpr SClass_ID PARAM_VALUE_SUPER_CLASS_ID = 36879;
+inline constexpr Class_ID PARAM_VALUE_CLASS_ID(0xEFFFFFFF, 0);
+
+/// The one stand-in that IParamBlock2::SubAnim answers for every parameter without a controller:
+/// an Animatable of PARAM_VALUE_SUPER_CLASS_ID and PARAM_VALUE_CLASS_ID with no keys and no
+/// sub-anims. The value lives in the block (read it through the block and the sub-anim index);
+/// the stand-in only tells the parameter is there. It lives as long as the program.
+Animatable* GetParamValueAnim();
+
 class IParamBlock2 : public ReferenceTarget, public IRefSlotCheck {
  public:
   ~IParamBlock2() override;

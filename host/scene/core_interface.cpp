@@ -178,6 +178,7 @@ void Interface::ClearNodeSelection(bool redraw) {
 }
 
 void Interface::RedrawViews(TimeValue t) {
+  if (redraw_disabled_ > 0) return;
   ++redraw_count_;
   last_redraw_time_ = t;
 }
@@ -209,6 +210,22 @@ void Interface::MakeNameUnique(MSTR& name) { Scene::Active().MakeNameUnique(name
 void Interface::DeleteNode(INode* node, bool redraw) {
   if (!node) return;
   node->Delete(time_, 1);
+  if (redraw) RedrawViews(time_);
+}
+
+void Interface::DeleteNodes(const Tab<INode*>& nodes, bool keep_child_tm, bool redraw) {
+  // Handles, taken first: deleting one node must not leave a dangling pointer to a later one.
+  std::vector<AnimHandle> handles;
+  for (int i = 0; i < nodes.Count(); ++i) {
+    INode* node = nodes[i];
+    if (!node || node->IsRootNode()) continue;
+    const AnimHandle h = Animatable::GetHandleByAnim(node);
+    if (std::find(handles.begin(), handles.end(), h) == handles.end()) handles.push_back(h);
+  }
+  for (AnimHandle h : handles) {
+    auto* node = dynamic_cast<INode*>(Animatable::GetAnimByHandle(h));
+    if (node && !node->TestAFlag(A_IS_DELETED)) node->Delete(time_, keep_child_tm ? 1 : 0);
+  }
   if (redraw) RedrawViews(time_);
 }
 

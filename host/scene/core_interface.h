@@ -135,6 +135,12 @@ class Interface {
   void MakeNameUnique(MSTR& name);
   /// Deletes node (children move to its parent keeping their world transforms). Undoable.
   void DeleteNode(INode* node, bool redraw = true);
+  /// Deletes every node of nodes in one call (Interface13's operation), in the order given:
+  /// nulls, the root, nodes already deleted and repeats are skipped. Children of a deleted node
+  /// that are not deleted themselves move to its parent, keeping their world transforms when
+  /// keep_child_tm is true. One redraw at the end when redraw is true. Undoable as one change
+  /// of the hold that is open (the caller's hold gives one undo step).
+  void DeleteNodes(const Tab<INode*>& nodes, bool keep_child_tm = true, bool redraw = true);
   /// The scene's host layers.
   ILayerManager* GetLayerManager();
 
@@ -148,8 +154,16 @@ class Interface {
 
   // Views. The headless host has no views: redraw requests are counted so that tests can see
   // them, and the last time asked for is kept.
+  /// Counts a redraw at t, unless scene redraw is disabled.
   void RedrawViews(TimeValue t);
   int RedrawCount() const { return redraw_count_; }
+  /// Scene redraw off until the matching EnableSceneRedraw: the calls nest, and RedrawViews does
+  /// nothing meanwhile. An EnableSceneRedraw without a disable is ignored.
+  void DisableSceneRedraw() { ++redraw_disabled_; }
+  void EnableSceneRedraw() {
+    if (redraw_disabled_ > 0) --redraw_disabled_;
+  }
+  bool IsSceneRedrawDisabled() const { return redraw_disabled_ > 0; }
   TimeValue LastRedrawTime() const { return last_redraw_time_; }
 
   // Callbacks.
@@ -174,12 +188,15 @@ class Interface {
   std::vector<AnimHandle> selection_;
   std::vector<TimeChangeCallback*> time_callbacks_;
   int redraw_count_ = 0;
+  int redraw_disabled_ = 0;
   TimeValue last_redraw_time_ = 0;
 };
 
 using Interface7 = Interface;
+using Interface13 = Interface;
 Interface* GetCOREInterface();
 inline Interface7* GetCOREInterface7() { return GetCOREInterface(); }
+inline Interface13* GetCOREInterface13() { return GetCOREInterface(); }
 
 // Animate mode. Keyframe controllers key SetValue only while Animating() is true.
 bool Animating();

@@ -142,8 +142,9 @@ class INode : public ReferenceTarget {
   // Controller.
   virtual Control* GetTMController() = 0;
   /// Assigns a transform (matrix3) controller; false, nothing changed, for null, a controller of
-  /// another super class or one whose reference would close a loop. The old controller is
-  /// deleted when nothing else references it. Undoable.
+  /// another super class or one whose reference would close a loop. The new controller first
+  /// adopts the old one's value through Copy (so a posed node stays in place); the old controller
+  /// is deleted when nothing else references it. Undoable.
   virtual bool SetTMController(Control* m3cont) = 0;
 
   // Object.
@@ -192,6 +193,26 @@ class INode : public ReferenceTarget {
   // Layer.
   /// The node's host layer; every node of the scene has one ("0" unless moved).
   virtual ILayer* GetNodeLayer() = 0;
+
+  // Groups. The flags are kept, saved and undoable; the headless host has no group commands.
+  /// True for the head of a group: its transform is the group's, applied over its members.
+  virtual bool IsGroupHead() = 0;
+  virtual void SetGroupHead(bool on) = 0;
+  virtual bool IsGroupMember() = 0;
+  virtual void SetGroupMember(bool on) = 0;
+
+  // Visibility track: an optional float controller (sub-anim 2, "Visibility").
+  /// The visibility controller, or null when the node has none.
+  virtual Control* GetVisController() = 0;
+  /// Assigns a float controller as the visibility track (null removes it); false, nothing
+  /// changed, for a controller of another super class or one that would close a loop. The new
+  /// controller adopts the old one's value (Copy). Undoable.
+  virtual bool SetVisController(Control* cont) = 0;
+  /// The visibility at t: the track's value, 1 without a track. valid, when given, is narrowed.
+  virtual float GetVisibility(TimeValue t, Interval* valid = nullptr) = 0;
+  /// Sets the visibility at t through the track (keyed in animate mode), first making the host's
+  /// default float track when there is none. Undoable.
+  virtual void SetVisibility(TimeValue t, float vis) = 0;
 };
 
 /// The node that control animates: the first node among control's dependents whose TM

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/controllers/controller_classes.h"
 #include "host/core/diagnostics.h"
 #include "host/core/scoped_flag.h"
 #include "host/io/chunk_io.h"
@@ -137,6 +138,8 @@ RefTargetHandle Node::GetReference(int i) {
       return parent_;
     case kLayerRef:
       return layer_;
+    case kVisRef:
+      return vis_;
     default:
       return nullptr;
   }
@@ -170,6 +173,10 @@ void Node::SetReference(int i, RefTargetHandle target) {
       layer_ = dynamic_cast<ILayer*>(target);
       MV_ASSERT(layer_ == target);
       break;
+    case kVisRef:
+      vis_ = dynamic_cast<Control*>(target);
+      MV_ASSERT(vis_ == target);
+      break;
     default:
       break;
   }
@@ -188,6 +195,9 @@ bool Node::CanReferenceAt(int i, ReferenceTarget* target) {
     }
     case kLayerRef:
       return dynamic_cast<ILayer*>(target) != nullptr;
+    case kVisRef:
+      return target->SuperClassID() == CTRL_FLOAT_CLASS_ID &&
+             dynamic_cast<Control*>(target) != nullptr;
     default:
       return false;
   }
@@ -201,23 +211,27 @@ void* Node::GetInterface(ULONG id) {
 Animatable* Node::SubAnim(int i) {
   if (i == 0) return tm_;
   if (i == 1) return obj_;
+  if (i == 2) return vis_;
   return nullptr;
 }
 
 MSTR Node::SubAnimName(int i, bool) {
   if (i == 0) return "Transform";
   if (i == 1) return "Object";
+  if (i == 2) return "Visibility";
   return MSTR();
 }
 
 int Node::SubNumToRefNum(int sub_num) {
   if (sub_num == 0) return kTMRef;
   if (sub_num == 1) return kObjRef;
+  if (sub_num == 2) return kVisRef;
   return -1;
 }
 
 bool Node::AssignController(Animatable* control, int sub_anim) {
   auto* c = dynamic_cast<Control*>(control);
+  if (sub_anim == 2) return c && SetVisController(c);
   return sub_anim == 0 && c && SetTMController(c);
 }
 
@@ -249,6 +263,11 @@ RefResult Node::NotifyRefChanged(
       DropOwnTM();
       part_id = PART_TM;
     }
+    return REF_SUCCEED;
+  }
+  if (target == vis_) {
+    // The track shows or fades the node: no transform change.
+    if (message == REFMSG_CHANGE) part_id = PART_DISPLAY;
     return REF_SUCCEED;
   }
   if (target == obj_) {
@@ -637,12 +656,44 @@ bool Node::SetTMController(Control* m3cont) {
   }
   if (IsRootNode()) return false;
   if (m3cont == tm_) return true;
+  if (m3cont->TestForLoop(FOREVER, this) == REF_FAIL) return false;
+  CopyReplaced(m3cont, tm_);
   PutNodeNotify(this, true);
   if (ReplaceReference(kTMRef, m3cont) != REF_SUCCEED) return false;
   PutNodeNotify(this, false);
   InvalidateTM();
   NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);
   return true;
+}
+
+bool Node::SetVisController(Control* cont) {
+  if (cont && cont->SuperClassID() != CTRL_FLOAT_CLASS_ID) {
+    LogLine("Marvolith: a node's visibility track must be a float controller.\n");
+    return false;
+  }
+  if (IsRootNode()) return false;
+  if (cont == vis_) return true;
+  if (cont && cont->TestForLoop(FOREVER, this) == REF_FAIL) return false;
+  CopyReplaced(cont, vis_);
+  if (ReplaceReference(kVisRef, cont) != REF_SUCCEED) return false;
+  NotifyDependents(FOREVER, PART_DISPLAY, REFMSG_CHANGE);
+  NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);
+  return true;
+}
+
+float Node::GetVisibility(TimeValue t, Interval* valid) {
+  if (!vis_) return 1.0f;
+  float v = 1.0f;
+  Interval iv = FOREVER;
+  vis_->GetValue(t, &v, iv, CTRL_ABSOLUTE);
+  if (valid) *valid &= iv;
+  return v;
+}
+
+void Node::SetVisibility(TimeValue t, float vis) {
+  if (IsRootNode()) return;
+  if (!vis_ && !SetVisController(NewDefaultFloatController())) return;
+  vis_->SetValue(t, &vis, 1, CTRL_ABSOLUTE);
 }
 
 void Node::SetObjectRef(Object* obj) {

@@ -317,29 +317,41 @@ TEST_F(RigControlTest, FigureModeIgnoresTheTracksKeysAcrossTheRig) {
 }
 
 TEST_F(RigControlTest, ResetFigureKeepsTheWorldAndZeroesTheTracksUndoably) {
+  // Every combination of the offset options, a scale track holding a non-uniform scale (or
+  // none at all), and parents with non-uniform scale and mirroring.
+  const std::vector<ScaleValue> scales = {ScaleValue(Point3(2, 3, 4)),
+                                          ScaleValue(Point3(2, 1, 1), QFromAngAxis(0.4f, Point3::XAxis))};
   for (const ParentCase& pc : Parents()) {
-    SCOPED_TRACE(pc.name);
-    GetCOREInterface()->Reset();
-    INode* parent = GetCOREInterface()->CreateObjectNode(nullptr, "parent");
-    parent->SetNodeTM(0, pc.tm);
-    INode* node = RigNode("node", parent);
-    RigControl* rc = Rig(node);
-    rc->SetOffsetTM(Offsets()[2]);
-    SetTracks(rc, Point3(1, 2, 3), QFromAngAxis(0.7f, Point3(0, 1, 1)),
-              ScaleValue(Point3(2, 1, 1)));
-    const Matrix3 world = node->GetNodeTM(0);
-    const Matrix3 old_offset = rc->GetOffsetTM();
+    for (int mode = 0; mode < 12; ++mode) {
+      const bool independent = mode & 1, straight = mode & 2;
+      const int scale_case = mode >> 2;  // 0, 1: a scale track's value; 2: no scale track
+      if (straight && scale_case == 1) continue;  // straight scale never skews: no axis system
+      SCOPED_TRACE(std::string(pc.name) + " mode " + std::to_string(mode));
+      GetCOREInterface()->Reset();
+      INode* parent = GetCOREInterface()->CreateObjectNode(nullptr, "parent");
+      parent->SetNodeTM(0, pc.tm);
+      INode* node = RigNode("node", parent);
+      RigControl* rc = Rig(node);
+      rc->ParamBlock()->SetValue(kRigIndependentOffset, 0, independent);
+      rc->ParamBlock()->SetValue(kRigStraightScale, 0, straight);
+      rc->SetOffsetTM(Offsets()[2]);
+      SetTracks(rc, Point3(1, 2, 3), QFromAngAxis(0.7f, Point3(0, 1, 1)),
+                scales[scale_case == 2 ? 0 : scale_case]);
+      if (scale_case == 2) rc->ReplaceReference(3, nullptr);
+      const Matrix3 world = node->GetNodeTM(0);
+      const Matrix3 old_offset = rc->GetOffsetTM();
 
-    FPResult r = CallFunction(GetFPInterface(rc, IRIGCONTROL_ID), "ResetFigure", {});
-    EXPECT_EQ(r.status, FPS_OK);
-    EXPECT_EQ(theHold.UndoName(), "Reset Figure");
-    EXPECT_MATRIX3_NEAR(node->GetNodeTM(0), world, kTol);
-    EXPECT_MATRIX3_NEAR(World(rc, Matrix3()), rc->GetOffsetTM(), kTol) << "tracks at rest";
-    ASSERT_TRUE(theHold.Undo());
-    EXPECT_MATRIX3_NEAR(rc->GetOffsetTM(), old_offset, 0);
-    EXPECT_MATRIX3_NEAR(node->GetNodeTM(0), world, kTol);
-    ASSERT_TRUE(theHold.Redo());
-    EXPECT_MATRIX3_NEAR(World(rc, Matrix3()), rc->GetOffsetTM(), kTol);
+      FPResult r = CallFunction(GetFPInterface(rc, IRIGCONTROL_ID), "ResetFigure", {});
+      EXPECT_EQ(r.status, FPS_OK);
+      EXPECT_EQ(theHold.UndoName(), "Reset Figure");
+      EXPECT_MATRIX3_NEAR(node->GetNodeTM(0), world, kTol);
+      EXPECT_MATRIX3_NEAR(World(rc, Matrix3()), rc->GetOffsetTM(), kTol) << "tracks at rest";
+      ASSERT_TRUE(theHold.Undo());
+      EXPECT_MATRIX3_NEAR(rc->GetOffsetTM(), old_offset, 0);
+      EXPECT_MATRIX3_NEAR(node->GetNodeTM(0), world, kTol);
+      ASSERT_TRUE(theHold.Redo());
+      EXPECT_MATRIX3_NEAR(node->GetNodeTM(0), world, kTol);
+    }
   }
 }
 

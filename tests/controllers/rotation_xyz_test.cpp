@@ -120,6 +120,20 @@ TEST_F(RotationXYZTest, AbsoluteWriteContinuesFromPresentAnglesOrLastKey) {
   }
 }
 
+// Floats near a huge angle lie whole radians apart: keeping the turns would miss the rotation.
+TEST_F(RotationXYZTest, AbsoluteWriteLandsOnTheRotationWhateverTheChannelsHold) {
+  const Quat wanted(RotateXMatrix(0.3f) * RotateYMatrix(-1.1f) * RotateZMatrix(2.0f));
+  for (float big : {1e9f * std::numbers::pi_v<float> / 180.0f, -3e7f, 1e5f, 40.0f}) {
+    SCOPED_TRACE(big);
+    auto* r = Make(big, 0.5f, -big);
+    r->SetValue(0, const_cast<Quat*>(&wanted));
+    EXPECT_QUAT_NEAR(ValueAt<Quat>(r, 0), wanted, 1e-4f);
+    if (std::fabs(big) < 1e3f) {
+      EXPECT_NEAR(ValueAt<float>(r->GetXController(), 0), big, kWholeTurn) << "turns kept";
+    }
+  }
+}
+
 TEST_F(RotationXYZTest, SetOrderChangesMeaningNotNumbersAndUndoes) {
   auto* r = Make(0.1f, 0.2f, 0.3f);
   TestTarget* heard = Listen(r);

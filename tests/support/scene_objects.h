@@ -182,7 +182,7 @@ class TestTransform : public Control {
 
  protected:
   void SetReference(int i, RefTargetHandle t) override {
-    if (i == 0) target_ = static_cast<INode*>(t);
+    if (i == 0) target_ = dynamic_cast<INode*>(t);
   }
 
  private:

@@ -12,7 +12,14 @@
 namespace marvolith_scene {
 
 /// Reference slots of a node.
-enum NodeRef { kTMRef = 0, kObjRef = 1, kParentRef = 2, kLayerRef = 3, kNodeRefCount = 4 };
+enum NodeRef {
+  kTMRef = 0,
+  kObjRef = 1,
+  kParentRef = 2,
+  kLayerRef = 3,
+  kVisRef = 4,
+  kNodeRefCount = 5
+};
 
 // Bits of NodeState::flags.
 inline constexpr DWORD kNodeHidden = 1u << 0;
@@ -21,6 +28,8 @@ inline constexpr DWORD kNodeBone = 1u << 2;
 inline constexpr DWORD kNodeBoneAutoAlign = 1u << 3;
 inline constexpr DWORD kNodeBoneFreezeLen = 1u << 4;
 inline constexpr DWORD kNodeRoot = 1u << 5;
+inline constexpr DWORD kNodeGroupHead = 1u << 6;
+inline constexpr DWORD kNodeGroupMember = 1u << 7;
 
 /// The user-visible state of a node that undo records and the file keep as one value.
 struct NodeState {
@@ -64,11 +73,11 @@ class Node final : public INode, public IRefSlotCheck {
   using INode::GetInterface;
   bool CanReferenceAt(int i, ReferenceTarget* target) override;
 
-  int NumSubs() override { return 2; }
+  int NumSubs() override { return 3; }
   Animatable* SubAnim(int i) override;
   MSTR SubAnimName(int i, bool localized = true) override;
   int SubNumToRefNum(int sub_num) override;
-  bool CanAssignController(int sub_anim) override { return sub_anim == 0; }
+  bool CanAssignController(int sub_anim) override { return sub_anim == 0 || sub_anim == 2; }
   bool AssignController(Animatable* control, int sub_anim) override;
 
   const char* GetName() override { return state_.name.c_str(); }
@@ -162,6 +171,16 @@ class Node final : public INode, public IRefSlotCheck {
 
   ILayer* GetNodeLayer() override { return layer_; }
 
+  bool IsGroupHead() override { return (state_.flags & kNodeGroupHead) != 0; }
+  void SetGroupHead(bool on) override { SetFlag(kNodeGroupHead, on); }
+  bool IsGroupMember() override { return (state_.flags & kNodeGroupMember) != 0; }
+  void SetGroupMember(bool on) override { SetFlag(kNodeGroupMember, on); }
+
+  Control* GetVisController() override { return vis_; }
+  bool SetVisController(Control* cont) override;
+  float GetVisibility(TimeValue t, Interval* valid = nullptr) override;
+  void SetVisibility(TimeValue t, float vis) override;
+
   // Host-internal.
   const NodeState& State() const { return state_; }
   /// Applies a whole state (undo, redo), telling dependents what changed.
@@ -198,6 +217,7 @@ class Node final : public INode, public IRefSlotCheck {
   Object* obj_ = nullptr;
   Node* parent_ = nullptr;
   ILayer* layer_ = nullptr;
+  Control* vis_ = nullptr;
   std::vector<Node*> children_;
   NodeState state_;
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -279,13 +280,16 @@ TEST_F(SceneFileTest, DamagedTruncatedForeignAndNewerFilesLeaveTheSceneAlone) {
     refused(newer, "version 2");
   }
   {
-    SCOPED_TRACE("unknown class");
+    SCOPED_TRACE("unknown class of the root node");
     // The class table opens at byte 12 (6-byte container header); its first entry's data starts
     // at 12 + 6 + 6: super class, then the two words of the class id.
     std::vector<std::uint8_t> unknown = good;
     const std::uint32_t bad = 0xdeadbeef;
     std::memcpy(&unknown[12 + 6 + 6 + 4], &bad, 4);
-    refused(unknown, "class (0xdeadbeef, 0x0)");
+    refused(unknown, "no scene root");
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& l) {
+      return l.find("unknown class (super class 0x1, class (0xdeadbeef, 0x0))") != std::string::npos;
+    })) << "the missing class is named";
   }
   {
     SCOPED_TRACE("flipped bytes");
@@ -305,6 +309,49 @@ TEST_F(SceneFileTest, DamagedTruncatedForeignAndNewerFilesLeaveTheSceneAlone) {
   }
   SetLogSink(old_sink);
   EXPECT_FALSE(lines.empty());
+}
+
+// A module that is not loaded: its objects stay as placeholders that keep their data and
+// references, and the file saves back byte for byte; with the module back they are whole again.
+TEST_F(SceneFileTest, UnknownClassesLoadAsPlaceholdersAndSaveBackUnchanged) {
+  BuildRichScene();
+  const Point3 arm_pos = ip->GetINodeByName("arm")->GetNodeTM(0).GetTrans();
+  const std::vector<std::uint8_t> good = Save();
+  ClassDirectory& dir = ClassDirectory::Get();
+  std::vector<ClassDesc2*> gone;
+  for (auto [sclass, cid] : {std::pair{CTRL_MATRIX3_CLASS_ID, TestTransform::kClassID},
+                             {HELPER_CLASS_ID, TestHelper::kClassID},
+                             {OSM_CLASS_ID, TestModifier::kClassID}}) {
+    ClassDesc2* cd = dir.FindClass(sclass, cid);
+    ASSERT_NE(cd, nullptr);
+    ASSERT_TRUE(dir.RemoveClass(cd));
+    gone.push_back(cd);
+  }
+  std::vector<std::string> notes;
+  std::vector<std::string> lines;
+  auto old_sink = SetLogSink([&lines](std::string_view l) { lines.emplace_back(l); });
+  std::string error;
+  const bool loaded = LoadSceneFromBytes(good, &error, &notes);
+  SetLogSink(old_sink);
+  for (ClassDesc2* cd : gone) dir.AddClass(cd);
+  ASSERT_TRUE(loaded) << error;
+
+  ASSERT_EQ(notes.size(), 3u) << "one line per missing class";
+  EXPECT_NE(notes[0].find("unknown class (super class 0x9008, class ("), std::string::npos)
+      << notes[0];
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), notes[0] + "\n"), 1);
+  INode* arm = ip->GetINodeByName("arm");
+  ASSERT_NE(arm, nullptr);
+  EXPECT_EQ(arm->GetTMController()->ClassID(), TestTransform::kClassID);
+  EXPECT_MATRIX3_NEAR(arm->GetNodeTM(0), Matrix3(), 0) << "a missing transform leaves the parent's";
+  EXPECT_EQ(arm->GetObjectRef()->FindBaseObject()->ClassID(), TestHelper::kClassID);
+  EXPECT_NE(arm->EvalWorldState(0).obj, nullptr) << "the stack evaluates through placeholders";
+
+  const std::vector<std::uint8_t> resaved = Save();
+  EXPECT_EQ(resaved, good) << "saved back byte for byte";
+  ASSERT_TRUE(LoadSceneFromBytes(resaved, &error)) << error;
+  EXPECT_POINT3_NEAR(ip->GetINodeByName("arm")->GetNodeTM(0).GetTrans(), arm_pos, 1e-4f)
+      << "with the classes back, the objects are whole";
 }
 
 // Writes the smallest good file by hand, from the layout in scene_file.h, so that the writer and

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/controllers/controller_classes.h"
 #include "host/core/diagnostics.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
@@ -431,6 +432,71 @@ RC_GTEST_PROP(NodeUndoProperty, RandomEditsUndoToTheStartAndRedoToTheEnd, ()) {
   for (int i = 0; i < entries; ++i) theHold.Redo();
   RC_ASSERT(View() == end);
   ip->Reset();
+}
+
+}  // namespace
+}  // namespace marvolith::test
+
+namespace marvolith::test {
+namespace {
+
+TEST_F(NodeTest, VisibilityTrackGroupFlagsAndBatchDeletionAreUndoable) {
+  Interface* ip = GetCOREInterface();
+  INode* a = ip->CreateObjectNode(nullptr, "a");
+  EXPECT_FLOAT_EQ(a->GetVisibility(0), 1.0f) << "no track: fully visible";
+  EXPECT_EQ(a->SubAnim(2), nullptr);
+  theHold.Begin();
+  a->SetVisibility(0, 0.25f);
+  a->SetGroupHead(true);
+  theHold.Accept("vis");
+  ASSERT_NE(a->GetVisController(), nullptr);
+  EXPECT_EQ(a->SubAnim(2), a->GetVisController());
+  EXPECT_EQ(a->SubAnimName(2), "Visibility");
+  EXPECT_FLOAT_EQ(a->GetVisibility(0), 0.25f);
+  EXPECT_TRUE(a->IsGroupHead());
+  EXPECT_FALSE(a->IsGroupMember());
+  theHold.Undo();
+  EXPECT_EQ(a->GetVisController(), nullptr);
+  EXPECT_FALSE(a->IsGroupHead());
+  theHold.Redo();
+  EXPECT_FLOAT_EQ(a->GetVisibility(0), 0.25f);
+  EXPECT_FALSE(a->SetVisController(NewDefaultPositionController())) << "floats only";
+
+  // Deleting many nodes: nulls, repeats and the root are skipped; a child that stays keeps its
+  // world transform; one redraw; undo brings all back.
+  INode* b = ip->CreateObjectNode(nullptr, "b");
+  INode* kid = ip->CreateObjectNode(nullptr, "kid");
+  b->SetNodeTM(0, TransMatrix(Point3(5, 0, 0)));
+  b->AttachChild(kid, 0);
+  const Matrix3 kid_ws = kid->GetNodeTM(0);
+  Tab<INode*> doomed;
+  for (INode* n : {a, static_cast<INode*>(nullptr), b, a, ip->GetRootNode()}) doomed.Append(1, &n);
+  const int redraws = ip->RedrawCount();
+  theHold.Begin();
+  GetCOREInterface13()->DeleteNodes(doomed);
+  theHold.Accept("Delete");
+  EXPECT_EQ(ip->GetINodeByName("a"), nullptr);
+  EXPECT_EQ(ip->GetINodeByName("b"), nullptr);
+  EXPECT_EQ(kid->GetParentNode(), ip->GetRootNode());
+  EXPECT_MATRIX3_NEAR(kid->GetNodeTM(0), kid_ws, 1e-5f);
+  EXPECT_EQ(ip->RedrawCount(), redraws + 1);
+  theHold.Undo();
+  ASSERT_EQ(ip->GetINodeByName("b"), b);
+  EXPECT_EQ(kid->GetParentNode(), b);
+  EXPECT_FLOAT_EQ(ip->GetINodeByName("a")->GetVisibility(0), 0.25f);
+
+  // Redraw off nests; a stray enable does not turn it on early.
+  ip->DisableSceneRedraw();
+  ip->DisableSceneRedraw();
+  ip->RedrawViews(0);
+  ip->EnableSceneRedraw();
+  ip->RedrawViews(0);
+  EXPECT_TRUE(ip->IsSceneRedrawDisabled());
+  EXPECT_EQ(ip->RedrawCount(), redraws + 1);
+  ip->EnableSceneRedraw();
+  ip->EnableSceneRedraw();
+  ip->RedrawViews(0);
+  EXPECT_EQ(ip->RedrawCount(), redraws + 2);
 }
 
 }  // namespace
