@@ -1,11 +1,14 @@
 // Copyright Marvolith contributors.
 #include "host/controllers/list_control.h"
 
+#include <cmath>
 #include <cstdint>
 
+#include "host/controllers/controller_classes.h"
 #include "host/controllers/internal/controller_desc.h"
 #include "host/controllers/internal/state_restore.h"
 #include "host/controllers/internal/value_ops.h"
+#include "host/scene/core_interface.h"
 
 namespace hci = host_controllers_internal;
 
@@ -13,7 +16,8 @@ namespace {
 
 constexpr USHORT kCountChunk = 0x0100;
 constexpr USHORT kActiveChunk = 0x0110;
-constexpr USHORT kWeightsChunk = 0x0120;
+constexpr USHORT kLegacyWeightsChunk = 0x0120;  // weights as plain floats, read only
+constexpr USHORT kWeightTracksChunk = 0x0140;
 constexpr USHORT kNamesChunk = 0x0130;
 constexpr USHORT kNameChunk = 0x0131;
 
@@ -39,6 +43,16 @@ const ListClass& ClassOf(SClass_ID super_class) {
   return kListClasses[0];
 }
 
+// A new weight track holding value. Making it is no edit of its own (the list's reference
+// change is what undo records) and keys nothing, even in animate mode.
+Control* NewWeightTrack(float value) {
+  HoldSuspend no_undo;
+  AnimateSuspend no_key;
+  Control* track = NewDefaultFloatController();
+  track->SetValue(0, &value, 1, CTRL_ABSOLUTE);
+  return track;
+}
+
 }  // namespace
 
 ListControl::ListControl(SClass_ID super_class) : super_(ClassOf(super_class).super_class) {}
@@ -55,8 +69,8 @@ BaseInterface* ListControl::GetInterface(Interface_ID id) {
 ListControl::State ListControl::GetState() const {
   State s;
   for (Control* c : items_) s.items.push_back(Animatable::GetHandleByAnim(c));
+  for (Control* w : weights_) s.weights.push_back(Animatable::GetHandleByAnim(w));
   s.names = names_;
-  s.weights = weights_;
   s.active = active_;
   s.locked = locked_;
   return s;
@@ -64,19 +78,24 @@ ListControl::State ListControl::GetState() const {
 
 void ListControl::SetState(const State& s) {
   // Unlink every slot, then link the restored ones: the dependents stay exact whatever moved.
-  for (int i = 0; i < GetListCount(); ++i) {
-    if (items_[i]) RefAccess::Relink(this, i, nullptr);
+  for (int i = 0; i < NumRefs(); ++i) {
+    if (GetReference(i)) RefAccess::Relink(this, i, nullptr);
   }
-  items_.assign(s.items.size(), nullptr);
+  const size_t n = s.items.size();
+  items_.assign(n, nullptr);
+  weights_.assign(n, nullptr);
   names_ = s.names;
-  weights_ = s.weights;
-  names_.resize(items_.size());
-  weights_.resize(items_.size(), 1.0f);
+  names_.resize(n);
   active_ = s.active;
   locked_ = s.locked;
+  auto find = [](const std::vector<AnimHandle>& handles, size_t i) {
+    return i < handles.size()
+               ? static_cast<ReferenceTarget*>(Animatable::FindAnimIncludingDeleted(handles[i]))
+               : nullptr;
+  };
   for (int i = 0; i < GetListCount(); ++i) {
-    auto* target = static_cast<ReferenceTarget*>(Animatable::FindAnimIncludingDeleted(s.items[i]));
-    if (target) RefAccess::Relink(this, i, target);
+    if (ReferenceTarget* item = find(s.items, i)) RefAccess::Relink(this, i, item);
+    if (ReferenceTarget* weight = find(s.weights, i)) RefAccess::Relink(this, WeightRef(i), weight);
   }
 }
 
@@ -95,8 +114,29 @@ void ListControl::NotifyStructure() {
   NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);
 }
 
+RefTargetHandle ListControl::GetReference(int i) {
+  const int n = GetListCount();
+  if (i >= 0 && i < n) return items_[i];
+  if (i >= n && i < 2 * n) return weights_[i - n];
+  return nullptr;
+}
+
 void ListControl::SetReference(int i, RefTargetHandle target) {
-  if (i >= 0 && i < GetListCount()) items_[i] = dynamic_cast<Control*>(target);
+  const int n = GetListCount();
+  if (i >= 0 && i < n) {
+    items_[i] = dynamic_cast<Control*>(target);
+  } else if (i >= n && i < 2 * n) {
+    // Only a float track can be a weight; anything else leaves the slot empty, so that a loader
+    // linking a wrong object here sees the refusal.
+    auto* c = dynamic_cast<Control*>(target);
+    weights_[i - n] = c && c->SuperClassID() == CTRL_FLOAT_CLASS_ID ? c : nullptr;
+  }
+}
+
+MSTR ListControl::SubAnimName(int i, bool) {
+  const int n = GetListCount();
+  if (i >= n && i < 2 * n) return "Weight: " + GetName(i - n);
+  return GetName(i);
 }
 
 void ListControl::SetActive(int index) {
@@ -108,11 +148,13 @@ void ListControl::SetActive(int index) {
 
 void ListControl::DeleteItem(int index) {
   if (index < 0 || index >= GetListCount()) return;
+  // Both slots are emptied while the layout still has them, so their records replay in it.
+  ReplaceReference(WeightRef(index), nullptr);
   ReplaceReference(index, nullptr);
   PutStructureRecord();
   items_.erase(items_.begin() + index);
-  names_.erase(names_.begin() + index);
   weights_.erase(weights_.begin() + index);
+  names_.erase(names_.begin() + index);
   if (active_ > index) --active_;
   if (active_ >= GetListCount()) active_ = GetListCount() > 0 ? GetListCount() - 1 : 0;
   NotifyStructure();
@@ -146,18 +188,50 @@ bool ListControl::SetSubCtrl(int index, Control* ctrl) {
 }
 
 bool ListControl::AssignController(Animatable* control, int i) {
-  return SetSubCtrl(i, dynamic_cast<Control*>(control));
+  const int n = GetListCount();
+  auto* c = dynamic_cast<Control*>(control);
+  if (i >= n && i < 2 * n) return SetWeightController(i - n, c);
+  if (i == 2 * n) return Append(c) >= 0;
+  return i >= 0 && i < n && SetSubCtrl(i, c);
 }
 
-float ListControl::GetSubCtrlWeight(int index, TimeValue) {
-  return index >= 0 && index < GetListCount() ? weights_[index] : 0.0f;
+Control* ListControl::GetWeightController(int index) {
+  return index >= 0 && index < GetListCount() ? weights_[index] : nullptr;
 }
 
-void ListControl::SetSubCtrlWeight(int index, float weight, TimeValue) {
-  if (index < 0 || index >= GetListCount() || weights_[index] == weight) return;
-  HoldState();
-  weights_[index] = weight;
-  NotifyChange();
+bool ListControl::SetWeightController(int index, Control* ctrl) {
+  if (index < 0 || index >= GetListCount() || !ctrl || ctrl->SuperClassID() != CTRL_FLOAT_CLASS_ID)
+    return false;
+  if (ctrl->TestForLoop(FOREVER, this) == REF_FAIL) return false;
+  CopyReplaced(ctrl, weights_[index]);
+  if (ReplaceReference(WeightRef(index), ctrl) != REF_SUCCEED) return false;
+  NotifyStructure();
+  return true;
+}
+
+float ListControl::WeightAt(int i, TimeValue t, Interval& valid) const {
+  Control* track = weights_[i];
+  if (!track) return 1.0f;
+  float w = 1.0f;
+  track->GetValue(t, &w, valid, CTRL_ABSOLUTE);
+  return w;
+}
+
+float ListControl::GetSubCtrlWeight(int index, TimeValue t) {
+  if (index < 0 || index >= GetListCount()) return 0.0f;
+  Interval ignored = FOREVER;
+  return WeightAt(index, t, ignored);
+}
+
+void ListControl::SetSubCtrlWeight(int index, float weight, TimeValue t) {
+  if (index < 0 || index >= GetListCount() || !std::isfinite(weight)) return;
+  if (!weights_[index]) {
+    // The track was deleted from under the item: a new one, as undoable as the slot change.
+    ReplaceReference(WeightRef(index), NewWeightTrack(1.0f));
+    NotifyStructure();
+  }
+  // The track keys (animate mode) or sets, records its own undo and tells the list's dependents.
+  if (Control* track = weights_[index]) track->SetValue(t, &weight, 1, CTRL_ABSOLUTE);
 }
 
 int ListControl::Append(Control* ctrl, const MSTR& name) {
@@ -165,10 +239,11 @@ int ListControl::Append(Control* ctrl, const MSTR& name) {
   if (ctrl->TestForLoop(FOREVER, this) == REF_FAIL) return -1;
   PutStructureRecord();
   items_.push_back(nullptr);
+  weights_.push_back(nullptr);
   names_.push_back(name);
-  weights_.push_back(1.0f);
   const int index = GetListCount() - 1;
   ReplaceReference(index, ctrl);
+  ReplaceReference(WeightRef(index), NewWeightTrack(1.0f));
   NotifyStructure();
   return index;
 }
@@ -182,18 +257,20 @@ void ListControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod
     // The items' own relative GetValue, chained in order (which composes exactly as the
     // absolute value below), so that an item with its own way of applying itself keeps it.
     for (int i = 0; i < n; ++i) {
-      if (!items_[i] || weights_[i] == 0.0f) continue;
-      if (weights_[i] == 1.0f) {
+      if (!items_[i]) continue;
+      const float w = WeightAt(i, t, valid);
+      if (w == 0.0f) continue;
+      if (w == 1.0f) {
         items_[i]->GetValue(t, val, valid, CTRL_RELATIVE);
       } else if (kind == hci::ValueKind::kRotation) {
         Quat v;
         items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-        Quat wv = hci::Weighted(v, weights_[i]);
+        Quat wv = hci::Weighted(v, w);
         hci::ApplyRelative(kind, val, &wv);
       } else {
         Point3 v;
         items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-        Point3 wv = v * weights_[i];
+        Point3 wv = v * w;
         hci::ApplyRelative(kind, val, &wv);
       }
     }
@@ -203,10 +280,12 @@ void ListControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod
     case hci::ValueKind::kFloat: {
       float sum = 0.0f;
       for (int i = 0; i < n; ++i) {
-        if (!items_[i] || weights_[i] == 0.0f) continue;
+        if (!items_[i]) continue;
+        const float w = WeightAt(i, t, valid);
+        if (w == 0.0f) continue;
         float v = 0.0f;
         items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-        sum += v * weights_[i];
+        sum += v * w;
       }
       if (method == CTRL_ABSOLUTE) {
         *static_cast<float*>(val) = sum;
@@ -219,10 +298,12 @@ void ListControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod
     case hci::ValueKind::kPosition: {
       Point3 sum;
       for (int i = 0; i < n; ++i) {
-        if (!items_[i] || weights_[i] == 0.0f) continue;
+        if (!items_[i]) continue;
+        const float w = WeightAt(i, t, valid);
+        if (w == 0.0f) continue;
         Point3 v;
         items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-        sum += v * weights_[i];
+        sum += v * w;
       }
       if (method == CTRL_ABSOLUTE) {
         *static_cast<Point3*>(val) = sum;
@@ -234,10 +315,12 @@ void ListControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod
     case hci::ValueKind::kRotation: {
       Quat q;
       for (int i = 0; i < n; ++i) {
-        if (!items_[i] || weights_[i] == 0.0f) continue;
+        if (!items_[i]) continue;
+        const float w = WeightAt(i, t, valid);
+        if (w == 0.0f) continue;
         Quat v;
         items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-        q = Normalize(hci::Weighted(v, weights_[i]) * q);
+        q = Normalize(hci::Weighted(v, w) * q);
       }
       if (method == CTRL_ABSOLUTE) {
         *static_cast<Quat*>(val) = q;
@@ -249,10 +332,12 @@ void ListControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod
     case hci::ValueKind::kScale: {
       ScaleValue s;
       for (int i = 0; i < n; ++i) {
-        if (!items_[i] || weights_[i] == 0.0f) continue;
+        if (!items_[i]) continue;
+        const float w = WeightAt(i, t, valid);
+        if (w == 0.0f) continue;
         ScaleValue v;
         items_[i]->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-        s = hci::ComposeScale(hci::Weighted(v, weights_[i]), s);
+        s = hci::ComposeScale(hci::Weighted(v, w), s);
       }
       if (method == CTRL_ABSOLUTE) {
         *static_cast<ScaleValue*>(val) = s;
@@ -270,10 +355,10 @@ void ListControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod meth
   const int n = GetListCount();
   const int a = active_;
   if (GetLocked() || !val || a < 0 || a >= n || !items_[a]) return;
-  const float w = weights_[a];
+  Interval ignored = FOREVER;
+  const float w = WeightAt(a, t, ignored);
   if (w == 0.0f) return;
   Control* item = items_[a];
-  Interval ignored = FOREVER;
   switch (hci::KindOf(super_)) {
     case hci::ValueKind::kFloat: {
       float v = *static_cast<const float*>(val);
@@ -282,7 +367,7 @@ void ListControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod meth
           if (i == a || !items_[i]) continue;
           float other = 0.0f;
           items_[i]->GetValue(t, &other, ignored, CTRL_ABSOLUTE);
-          v -= other * weights_[i];
+          v -= other * WeightAt(i, t, ignored);
         }
       }
       v /= w;
@@ -297,7 +382,7 @@ void ListControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod meth
           if (i == a || !items_[i]) continue;
           Point3 other;
           items_[i]->GetValue(t, &other, ignored, CTRL_ABSOLUTE);
-          v -= other * weights_[i];
+          v -= other * WeightAt(i, t, ignored);
         }
       }
       v /= w;
@@ -311,7 +396,7 @@ void ListControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod meth
         if (!items_[i]) continue;
         Quat v;
         items_[i]->GetValue(t, &v, ignored, CTRL_ABSOLUTE);
-        Quat wv = hci::Weighted(v, weights_[i]);
+        Quat wv = hci::Weighted(v, WeightAt(i, t, ignored));
         if (i < a) before = Normalize(wv * before);
         if (i > a) after = Normalize(wv * after);
         if (i == a) own = wv;
@@ -334,7 +419,7 @@ void ListControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod meth
         if (i == a || !items_[i]) continue;
         ScaleValue v;
         items_[i]->GetValue(t, &v, ignored, CTRL_ABSOLUTE);
-        others *= hci::Weighted(v, weights_[i]).s;
+        others *= hci::Weighted(v, WeightAt(i, t, ignored)).s;
       }
       ScaleValue own;
       items_[a]->GetValue(t, &own, ignored, CTRL_ABSOLUTE);
@@ -363,11 +448,14 @@ RefTargetHandle ListControl::Clone(RemapDir& remap) {
   auto* c = new ListControl(super_);
   const int n = GetListCount();
   c->items_.assign(n, nullptr);
+  c->weights_.assign(n, nullptr);
   c->names_ = names_;
-  c->weights_ = weights_;
   c->active_ = active_;
   c->locked_ = locked_;
-  for (int i = 0; i < n; ++i) c->ReplaceReference(i, remap.CloneRef(items_[i]));
+  for (int i = 0; i < n; ++i) {
+    c->ReplaceReference(i, remap.CloneRef(items_[i]));
+    c->ReplaceReference(c->WeightRef(i), remap.CloneRef(weights_[i]));
+  }
   BaseClone(this, c, remap);
   return c;
 }
@@ -376,12 +464,8 @@ IOResult ListControl::Save(ISave* isave) {
   if (SaveLockChunk(isave, locked_) != IO_OK) return IO_ERROR;
   if (SaveChunk(isave, kCountChunk, std::int32_t(GetListCount())) != IO_OK) return IO_ERROR;
   if (SaveChunk(isave, kActiveChunk, std::int32_t(active_)) != IO_OK) return IO_ERROR;
-  isave->BeginChunk(kWeightsChunk);
-  ULONG written = 0;
-  const ULONG bytes = static_cast<ULONG>(weights_.size() * sizeof(float));
-  IOResult res = bytes > 0 ? isave->Write(weights_.data(), bytes, &written) : IO_OK;
-  isave->EndChunk();
-  if (res != IO_OK) return IO_ERROR;
+  if (SaveChunk(isave, kWeightTracksChunk, std::int32_t(GetListCount())) != IO_OK) return IO_ERROR;
+  IOResult res = IO_OK;
   isave->BeginChunk(kNamesChunk);
   for (const MSTR& name : names_) {
     isave->BeginChunk(kNameChunk);
@@ -397,7 +481,9 @@ IOResult ListControl::Load(ILoad* iload) {
   State s;
   s.locked = locked_;
   int count = -1;
-  bool have_weights = false, have_names = false;
+  int track_count = -1;
+  std::vector<float> legacy_weights;
+  bool have_legacy_weights = false, have_names = false;
   const IOResult res = ForEachChunk(iload, [&](USHORT id) -> IOResult {
     switch (id) {
       case kLockChunkID:
@@ -414,16 +500,22 @@ IOResult ListControl::Load(ILoad* iload) {
         s.active = a;
         return r;
       }
-      case kWeightsChunk: {
+      case kWeightTracksChunk: {
+        std::int32_t c = 0;
+        const IOResult r = LoadValue(iload, c);
+        track_count = c;
+        return r;
+      }
+      case kLegacyWeightsChunk: {
         const ULONG length = iload->CurChunkLength();
         if (count < 0 || length != ULONG(count) * sizeof(float)) return IO_ERROR;
-        s.weights.resize(count);
+        legacy_weights.resize(count);
         ULONG read = 0;
         if (length > 0 &&
-            (iload->Read(s.weights.data(), length, &read) != IO_OK || read != length)) {
+            (iload->Read(legacy_weights.data(), length, &read) != IO_OK || read != length)) {
           return IO_ERROR;
         }
-        have_weights = true;
+        have_legacy_weights = true;
         return IO_OK;
       }
       case kNamesChunk:
@@ -441,14 +533,24 @@ IOResult ListControl::Load(ILoad* iload) {
   });
   if (res != IO_OK) return res;
   if (count < 0) count = 0;
-  if (!have_weights) s.weights.assign(count, 1.0f);
+  const bool tracks_by_reference = track_count >= 0;
+  if (!have_legacy_weights) legacy_weights.assign(count, 1.0f);
   if (!have_names) s.names.assign(count, MSTR());
-  if (static_cast<int>(s.weights.size()) != count || static_cast<int>(s.names.size()) != count ||
-      s.active < 0 || (count > 0 ? s.active >= count : s.active != 0)) {
+  if ((tracks_by_reference && (track_count != count || have_legacy_weights)) ||
+      static_cast<int>(s.names.size()) != count || s.active < 0 ||
+      (count > 0 ? s.active >= count : s.active != 0)) {
     return IO_ERROR;
   }
   s.items.assign(count, 0);
+  s.weights.assign(count, 0);
   SetState(s);
+  if (!tracks_by_reference) {
+    // An older file: its weights become tracks here; the scene links only the items.
+    HoldSuspend no_undo;
+    for (int i = 0; i < count; ++i) {
+      ReplaceReference(WeightRef(i), NewWeightTrack(legacy_weights[i]));
+    }
+  }
   return IO_OK;
 }
 

@@ -202,8 +202,9 @@ TEST_F(PersistenceTest, GetValueAllocatesNothing) {
   auto* list = Keep(new ListControl(CTRL_ROTATION_CLASS_ID));
   list->Append(NewDefaultRotationController());
   list->Append(CreateInterpRotation());
-  list->SetSubCtrlWeight(1, 0.5f);
   AnimateOn();
+  list->SetSubCtrlWeight(1, 0.5f, 0);  // a keyed weight track is read at every evaluation
+  list->SetSubCtrlWeight(1, 0.9f, 9600);
   for (int i = 0; i < 100; ++i) {
     float v = static_cast<float>(i % 7);
     f->SetValue(i * 160, &v);
