@@ -64,7 +64,7 @@ enum class AstKind : std::uint8_t {
 };
 
 /// Context expressions (AstKind::kContext).
-enum class ContextKind : std::uint8_t { kAtTime, kAnimate, kUndo, kRedraw, kQuiet };
+enum class ContextKind : std::uint8_t { kAtTime, kAnimate, kUndo, kRedraw, kQuiet, kCoordsys };
 
 /// Flags of AstNode::op for the kinds that use it.
 inline constexpr int kTimeFrames = 1;  ///< a literal like 10f: the value is frames

@@ -329,6 +329,15 @@ ScriptValue ScriptRunner::Impl::EvalProperty(const AstNode& n) {
   const AstNode& target = *n.children[0];
   // $a.pos.controller: the suffix applies to the track pos, not to the value of $a.pos.
   if (IsTrackSuffix(n.text) && target.kind == AstKind::kProperty) {
+    // A node's position, rotation and scale controllers come from its transform controller,
+    // which may hand out a proxy that is no sub-anim of it (the gimbal proxy).
+    if (ScriptNameEquals(n.text, "controller")) {
+      ScriptValue inner = Eval(*target.children[0]);
+      ScriptValue part;
+      if (NodePartController(inner, target.text, part)) return part;
+      ScriptValue track = FindSubAnim(inner, target.text);
+      return PropertyOf(track.IsUndefined() ? PropertyOf(inner, target.text) : track, n.text);
+    }
     return PropertyOf(TrackOrValue(target), n.text);
   }
   return PropertyOf(Eval(target), n.text);
@@ -358,6 +367,18 @@ ScriptValue ScriptRunner::Impl::EvalIndex(const AstNode& n) {
     // Elements past the end read as clear, as the array would read after growing.
     const int i = check(ToInt(index), kMaxScriptBitArrayIndex);
     return FPValue(v.AsBitArray()[i] != 0);
+  }
+  // An object's tracks: obj[2] is its second sub-anim, obj[#name] the one of that name (a
+  // parameter of its blocks too), also when the track has no controller.
+  if (Animatable* anim = AnimOf(c)) {
+    if (index.Is(FPType::TYPE_NAME)) {
+      ScriptValue track = FindSubAnim(c, index.AsString());
+      if (track.IsUndefined()) Raise("Runtime error: no sub-anim " + ScriptValueString(index) +
+                                     " in " + ScriptValueString(c));
+      return track;
+    }
+    const int i = check(ToInt(index), anim->NumSubs());
+    return ScriptValue::SubAnim(anim, i);
   }
   NoFunction("get", c);
 }
@@ -414,6 +435,7 @@ ScriptValue ScriptRunner::Impl::CallMethod(const ScriptValue& obj,
     fpi = FindMethodInterface(obj, name);
   }
   if (fpi) return CallInterface(fpi, obj, name, args, keys);
+  if (ScriptValue out; CallListMethod(obj, name, args, out)) return out;
   // A property whose value is a function.
   ScriptValue prop;
   if (GetProperty(obj, name, CurrentTime(), prop)) return Apply(prop, name, args, keys);
@@ -744,6 +766,13 @@ ScriptValue ScriptRunner::Impl::EvalContext(const AstNode& n) {
       }
       theHold.Accept(label);
       return v;
+    }
+    case ContextKind::kCoordsys: {
+      PushCoordSys(arg);
+      struct Pop {
+        ~Pop() { PopCoordSys(); }
+      } pop;
+      return Eval(body);
     }
     case ContextKind::kRedraw:
     case ContextKind::kQuiet:

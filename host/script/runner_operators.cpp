@@ -395,6 +395,8 @@ ScriptValue ClassOf(const ScriptValue& v) {
       return ValueClass("MixinInterface");
     case Kind::kStruct:
       return ScriptValue::Class({nullptr, "StructDef", false});
+    case Kind::kStream:
+      return ValueClass(v.AsStream()->path.empty() ? "StringStream" : "FileStream");
     case Kind::kValue:
       break;
   }

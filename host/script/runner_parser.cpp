@@ -166,6 +166,11 @@ class Parser {
         case Keyword::kUndo:
         case Keyword::kWith:
           return Context();
+        case Keyword::kIn:
+          if (IsPlain(Ahead(1), "coordsys")) return Context();
+          break;
+        case Keyword::kMax:
+          return MaxCommand();
         case Keyword::kUnsupported:
           Unsupported(t);
         case Keyword::kNone:
@@ -430,7 +435,13 @@ class Parser {
     }
     NodePtr label;
     NodePtr arg;
-    if (IsWord(Keyword::kAt)) {
+    if (IsWord(Keyword::kIn)) {
+      Next();
+      if (!IsPlain(Cur(), "coordsys")) Expected("coordsys");
+      Next();
+      n->op = static_cast<int>(ContextKind::kCoordsys);
+      arg = CoordSysName();
+    } else if (IsWord(Keyword::kAt)) {
       Next();
       if (!IsPlain(Cur(), "time")) Expected("time");
       Next();
@@ -454,7 +465,7 @@ class Parser {
       Next();
       SkipNewlines();
       if (!IsWord(Keyword::kAt) && !IsWord(Keyword::kUndo) && !IsWord(Keyword::kWith) &&
-          !IsContextWord(Cur())) {
+          !IsWord(Keyword::kIn) && !IsContextWord(Cur())) {
         Expected("a context (at time, animate, undo)");
       }
       Nest nest(*this);
@@ -463,6 +474,40 @@ class Parser {
       SkipNewlines();
       n->children.push_back(Expr());
     }
+    return n;
+  }
+
+  // The system of `in coordsys`: a bare world, parent, local, screen, grid, gimbal or view is
+  // its name; anything else an operand (a node, a matrix).
+  NodePtr CoordSysName() {
+    const ScriptToken& t = Cur();
+    static constexpr const char* kNames[] = {"world", "parent", "screen", "grid", "gimbal", "view"};
+    bool named = IsWord(Keyword::kLocal);
+    for (const char* name : kNames) named = named || IsPlain(t, name);
+    if (!named) return Operand();
+    auto n = MakeNode(AstKind::kLiteral, t.pos);
+    n->value = FPValue::Name(t.text);
+    Next();
+    return n;
+  }
+
+  // max undo, max redo: the host's commands by name, a call of the global max.
+  NodePtr MaxCommand() {
+    auto n = MakeNode(AstKind::kCall, Cur().pos);
+    auto callee = MakeNode(AstKind::kIdentifier, Cur().pos);
+    callee->text = Cur().text;
+    Next();
+    if (!Is(TokenKind::kIdentifier)) Expected("a command name");
+    std::string command = Cur().text;
+    auto arg = MakeNode(AstKind::kLiteral, Cur().pos);
+    Next();
+    while (Is(TokenKind::kIdentifier) && !EndsExpression()) {
+      command += " " + Cur().text;
+      Next();
+    }
+    arg->value = FPValue::Name(command);
+    n->children.push_back(std::move(callee));
+    n->children.push_back(std::move(arg));
     return n;
   }
 

@@ -271,6 +271,7 @@ bool GetAnimProperty(Animatable* anim, std::string_view name, TimeValue t, Scrip
       out = ControllerValue(c, t);
       return true;
     }
+    if (GetControllerExtra(c, name, out)) return true;
     if (Named(name, "isAnimated")) {
       out = FPValue(c->IsAnimated());
       return true;
@@ -301,6 +302,7 @@ bool SetAnimProperty(Animatable* anim, std::string_view name, const ScriptValue&
     SetControllerValue(c, v, t);
     return true;
   }
+  if (auto* c = dynamic_cast<Control*>(anim)) return SetControllerExtra(c, name, v);
   return false;
 }
 
@@ -387,7 +389,8 @@ bool GetNodeProperty(INode* node, std::string_view name, TimeValue t, ScriptValu
   if (Named(name, "name")) {
     out = FPValue(node->GetName());
   } else if (Named(name, "pos") || Named(name, "position")) {
-    out = FPValue(node->GetNodeTM(t).GetTrans());
+    // In the current coordinate system (world outside `in coordsys`).
+    out = FPValue(node->GetNodeTM(t).GetTrans() * Inverse(CoordSysFrame(node, t)));
   } else if (Named(name, "rotation")) {
     out = FPValue(Quat(node->GetNodeTM(t)));
   } else if (Named(name, "scale")) {
@@ -443,7 +446,8 @@ bool SetNodeProperty(INode* node, std::string_view name, const ScriptValue& v, T
     node->SetName(ToText(v));
   } else if (Named(name, "pos") || Named(name, "position")) {
     // A move in world axes moves the position track only, whatever the locks say.
-    const Point3 delta = ToPoint3(v) - node->GetNodeTM(t).GetTrans();
+    const Point3 target_ws = ToPoint3(v) * CoordSysFrame(node, t);
+    const Point3 delta = target_ws - node->GetNodeTM(t).GetTrans();
     node->Move(t, Matrix3(), delta, false, true, PIV_NONE, true);
   } else if (Named(name, "rotation")) {
     Point3 p;
@@ -774,7 +778,8 @@ bool GetProperty(const ScriptValue& obj, std::string_view name, TimeValue t, Scr
     case ScriptValue::Kind::kStruct: {
       const GlobalEntry* g = FindGlobal(obj.StructName() + "." + LowerName(name));
       if (!g) return false;
-      out = g->fn ? ScriptValue::Function(g->function) : ScriptValue();
+      out = g->fn ? ScriptValue::Function(g->function)
+                  : g->getter ? g->getter(TheScriptRunner()) : ScriptValue();
       return true;
     }
     case ScriptValue::Kind::kInterval:
@@ -818,6 +823,13 @@ bool SetProperty(const ScriptValue& obj, std::string_view name, const ScriptValu
       }
       Animatable* sub = parent->SubAnim(obj.SubAnimIndex());
       return sub && SetAnimProperty(sub, name, v, t);
+    }
+    case ScriptValue::Kind::kStruct: {
+      const GlobalEntry* g = FindGlobal(obj.StructName() + "." + LowerName(name));
+      if (!g) return false;
+      if (!g->setter) ReadOnly(name);
+      g->setter(TheScriptRunner(), v);
+      return true;
     }
     case ScriptValue::Kind::kMixin: {
       FPInterface* fpi = obj.AsMixin();

@@ -140,6 +140,41 @@ void AssignSubAnimController(Animatable* parent, int index, const ScriptValue& c
 ScriptValue ControllerValue(Control* c, TimeValue t);
 /// The value of an object as a script value (a node, controller or target).
 ScriptValue ObjectValue(Animatable* anim);
+/// The nodes of a node or an array of nodes; raises a conversion error for anything else.
+std::vector<INode*> NodesOf(const ScriptValue& v);
+/// The position, rotation or scale track controller of a node's transform controller (pos,
+/// position, rotation, scale), as GetPositionController and its siblings answer it, so that a
+/// controller that hands out a proxy (the gimbal proxy of a rig transform) is seen as the host's
+/// script sees it. False when v is not a node or name is none of these.
+bool NodePartController(const ScriptValue& v, std::string_view name, ScriptValue& out);
+/// Properties of controllers beyond their parameters: axisOrder of Euler tracks, the list
+/// controllers' count, active, available and weight. False when name is none of them.
+bool GetControllerExtra(Control* c, std::string_view name, ScriptValue& out);
+bool SetControllerExtra(Control* c, std::string_view name, const ScriptValue& v);
+/// Methods of list controllers (getName, setName, setActive, getActive, delete, count): false
+/// when obj is not a list controller or name is none of them.
+bool CallListMethod(const ScriptValue& obj,
+                    std::string_view name,
+                    std::span<const ScriptValue> args,
+                    ScriptValue& out);
+
+// The coordinate system of `in coordsys` (runner_library.cpp).
+/// Makes v (#world, #parent, #local, #screen, #grid, #gimbal, a node or a matrix) the current
+/// coordinate system until the matching PopCoordSys; raises for anything else.
+void PushCoordSys(const ScriptValue& v);
+void PopCoordSys();
+/// True inside `in coordsys` with a system other than world.
+bool HasCoordSys();
+/// The axes of the current coordinate system for node at t, without scale: the identity for
+/// world (and for the view-based systems, which a headless host has no view for).
+Matrix3 CoordSysAxes(INode* node, TimeValue t);
+/// The frame that positions are read and written in: as CoordSysAxes, but with the parent's
+/// whole transform for parent, so that a child's position reads as the parent's controller sees
+/// it.
+Matrix3 CoordSysFrame(INode* node, TimeValue t);
+/// Registers the functions of runner_library.cpp (scene edits, files, shapes, undo).
+void RegisterLibraryGlobals();
+
 /// The nodes of the open scene, parents first.
 std::vector<INode*> AllNodes();
 /// The node called name (compared without case), or null.
