@@ -639,8 +639,14 @@ class Parser {
     return n;
   }
 
+  // A keyword argument named by a reserved word the host's functions take (format to:).
+  bool IsReservedKey() const {
+    return IsWord(Keyword::kTo) && Ahead(1).kind == TokenKind::kColon;
+  }
+
   bool StartsArgument() const {
     const ScriptToken& t = Cur();
+    if (IsReservedKey()) return true;
     switch (t.kind) {
       case TokenKind::kInteger:
       case TokenKind::kFloat:
@@ -686,7 +692,7 @@ class Parser {
     auto n = MakeNode(AstKind::kCall, StartOf(*callee));
     n->children.push_back(std::move(callee));
     while (StartsArgument()) {
-      if (IsName(Cur()) && Ahead(1).kind == TokenKind::kColon) {
+      if ((IsName(Cur()) || IsReservedKey()) && Ahead(1).kind == TokenKind::kColon) {
         AstNamed key;
         key.name = Cur().text;
         Next();
