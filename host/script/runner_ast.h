@@ -61,6 +61,10 @@ enum class AstKind : std::uint8_t {
   kThrow,       ///< children {value}
   kCase,        ///< children {subject or null, then label and expression pairs; a null label
                 ///< is the default}
+  kAttributes,  ///< text: the definition's name; keys: its clauses (attribID:); children: one
+                ///< kParameters per parameters clause (rollouts are dropped by the parser)
+  kParameters,  ///< text: the block's name; children: one kParamDef per parameter
+  kParamDef,    ///< text: the parameter's name; keys: its clauses (type:, default:, ui:, ...)
 };
 
 /// Context expressions (AstKind::kContext).

@@ -220,6 +220,11 @@ ScriptValue ScriptRunner::Impl::EvalNode(const AstNode& n) {
       return EvalJump(n);
     case AstKind::kCase:
       return EvalCase(n);
+    case AstKind::kAttributes:
+      return EvalAttributes(n);
+    case AstKind::kParameters:
+    case AstKind::kParamDef:
+      break;
   }
   Raise("Runtime error: unknown expression");
 }

@@ -950,6 +950,7 @@ void RegisterBuiltinGlobals() {
   };
   for (const NamedFn& f : kFunctions) RegisterScriptGlobal(f.name, f.fn);
   RegisterLibraryGlobals();
+  RegisterAttributeGlobals();
 
   RegisterScriptGlobalVariable(
       "sliderTime",

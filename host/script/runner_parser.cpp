@@ -175,6 +175,9 @@ class Parser {
           Unsupported(t);
         case Keyword::kNone:
           if (IsContextWord(t) && IsSwitchWord(Ahead(1))) return Context();
+          if (IsPlain(t, "attributes") &&
+              (Ahead(1).kind == TokenKind::kString || IsName(Ahead(1))))
+            return Attributes();
           break;
         default:
           break;
@@ -399,6 +402,94 @@ class Parser {
     SkipNewlines();
     n->children.push_back(Expr());
     return n;
+  }
+
+  // name:value clauses; the name may be a reserved word.
+  void Clauses(std::vector<AstNamed>& out) {
+    while (Is(TokenKind::kIdentifier) && Ahead(1).kind == TokenKind::kColon) {
+      AstNamed key;
+      key.name = Cur().text;
+      Next();
+      Next();
+      key.value = KeyValue();
+      out.push_back(std::move(key));
+    }
+  }
+
+  bool IsReserved(const ScriptToken& t, std::string_view word) const {
+    return t.kind == TokenKind::kIdentifier && ScriptNameEquals(t.text, word);
+  }
+
+  // attributes <name> <clauses> ( parameters ... rollout ... ): a custom attribute definition.
+  NodePtr Attributes() {
+    auto n = MakeNode(AstKind::kAttributes, Cur().pos);
+    Next();
+    n->text = Cur().text;
+    Next();
+    Clauses(n->keys);
+    SkipNewlines();
+    Expect(TokenKind::kLParen, "(");
+    while (true) {
+      SkipSeparators();
+      if (Is(TokenKind::kRParen)) break;
+      if (IsReserved(Cur(), "parameters")) {
+        n->children.push_back(Parameters());
+      } else if (IsReserved(Cur(), "rollout")) {
+        SkipRollout();
+      } else if (IsWord(Keyword::kOn)) {
+        Fail(Cur().pos, "event handlers of attribute definitions are not supported");
+      } else if (IsWord(Keyword::kFn) || IsWord(Keyword::kFunction) ||
+                 IsWord(Keyword::kLocal)) {
+        Fail(Cur().pos, "functions and locals of attribute definitions are not supported");
+      } else {
+        Expected("parameters or rollout");
+      }
+    }
+    Next();
+    return n;
+  }
+
+  NodePtr Parameters() {
+    auto n = MakeNode(AstKind::kParameters, Cur().pos);
+    Next();
+    if (!IsName(Cur())) Expected("a parameter block name");
+    n->text = Cur().text;
+    Next();
+    std::vector<AstNamed> ignored;  // rollout: names a rollout, which a headless host drops
+    Clauses(ignored);
+    SkipNewlines();
+    Expect(TokenKind::kLParen, "(");
+    while (true) {
+      SkipSeparators();
+      if (Is(TokenKind::kRParen)) break;
+      if (IsWord(Keyword::kOn)) Fail(Cur().pos, "parameter event handlers are not supported");
+      if (!IsName(Cur())) Expected("a parameter name");
+      auto p = MakeNode(AstKind::kParamDef, Cur().pos);
+      p->text = Cur().text;
+      Next();
+      Clauses(p->keys);
+      if (!Is(TokenKind::kRParen) && !Is(TokenKind::kNewline) && !Is(TokenKind::kSemicolon))
+        Expected("a parameter clause (name:value)");
+      n->children.push_back(std::move(p));
+    }
+    Next();
+    return n;
+  }
+
+  // A rollout is user interface only: its tokens are skipped up to its balanced closing ).
+  void SkipRollout() {
+    Next();
+    while (!Is(TokenKind::kLParen)) {
+      if (Is(TokenKind::kEnd) || Is(TokenKind::kRParen)) Expected("( of the rollout");
+      Next();
+    }
+    int depth = 0;
+    do {
+      if (Is(TokenKind::kEnd)) Expected(")");
+      if (Is(TokenKind::kLParen) || Is(TokenKind::kArrayOpen)) ++depth;
+      if (Is(TokenKind::kRParen)) --depth;
+      Next();
+    } while (depth > 0);
   }
 
   bool EndsExpression() const {

@@ -128,9 +128,9 @@ ScriptValue ReadParam(const ParamRef& ref, TimeValue t) {
   return ScriptValue::Array(std::move(items));
 }
 
-// The C++ form of v for an entry of def; raises when v does not convert.
-FPValue ConvertEntry(const ParamDef& def, const ScriptValue& v) {
-  const ParamType2 base = BaseParamType(def.type);
+}  // namespace
+
+FPValue ConvertParamValue(ParamType2 base, const ScriptValue& v) {
   switch (base) {
     case TYPE_RGBA:
       if (v.Is(FPType::TYPE_COLOR)) return v.Fp();
@@ -152,6 +152,13 @@ FPValue ConvertEntry(const ParamDef& def, const ScriptValue& v) {
     default:
       return FromScriptValue(v.ToFPValue(), static_cast<FPType>(base));
   }
+}
+
+namespace {
+
+// The C++ form of v for an entry of def; raises when v does not convert.
+FPValue ConvertEntry(const ParamDef& def, const ScriptValue& v) {
+  return ConvertParamValue(BaseParamType(def.type), v);
 }
 
 bool WriteEntry(IParamBlock2* pb, const ParamDef& def, const FPValue& c, TimeValue t, int i) {
@@ -257,6 +264,10 @@ bool GetAnimProperty(Animatable* anim, std::string_view name, TimeValue t, Scrip
       out = ScriptValue::Mixin(anim, desc->ID());
       return true;
     }
+  }
+  if (ScriptValue ca = AttribByName(anim, name); !ca.IsUndefined()) {
+    out = std::move(ca);
+    return true;
   }
   if (const int i = FindSubAnimIndex(anim, name); i >= 0) {
     out = SubAnimValue(anim, i, t);

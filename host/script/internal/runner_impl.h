@@ -14,6 +14,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "host/params/param_types.h"
 #include "host/script/runner.h"
 #include "host/script/runner_lexer.h"
 #include "host/script/script_errors.h"
@@ -175,6 +176,14 @@ Matrix3 CoordSysFrame(INode* node, TimeValue t);
 /// Registers the functions of runner_library.cpp (scene edits, files, shapes, undo).
 void RegisterLibraryGlobals();
 
+// Custom attributes (runner_attributes.cpp).
+/// The custom attribute of anim's container whose name is name (without case), or undefined.
+ScriptValue AttribByName(Animatable* anim, std::string_view name);
+/// Registers custAttributes.add, count, get, delete and getDefs.
+void RegisterAttributeGlobals();
+/// v as an entry of a parameter of type (a base type) takes it; raises when it does not convert.
+FPValue ConvertParamValue(ParamType2 type, const ScriptValue& v);
+
 /// The nodes of the open scene, parents first.
 std::vector<INode*> AllNodes();
 /// The node called name (compared without case), or null.
@@ -234,6 +243,7 @@ class ScriptRunner::Impl {
   ScriptValue EvalContext(const AstNode& n);
   ScriptValue EvalFunction(const AstNode& n);
   ScriptValue EvalCase(const AstNode& n);
+  ScriptValue EvalAttributes(const AstNode& n);
 
   ScriptValue CallMethod(const ScriptValue& obj,
                          std::string_view name,
