@@ -456,7 +456,7 @@ ScriptValue ScriptRunner::Impl::CallScriptFunction(const ScriptFunction& fn,
   if (static_cast<int>(args.size()) != positional) {
     throw ArgCountError(fn.name, positional, static_cast<int>(args.size()));
   }
-  auto scope = ChildScope(fn.closure.lock());
+  auto scope = ChildScope(fn.closure);
   ScopeSwap swap(*this, scope);
   ProgramSwap program(*this, fn.program);
   size_t next = 0;
@@ -794,6 +794,7 @@ ScriptValue ScriptRunner::Impl::EvalFunction(const AstNode& n) {
   fn->program = program_;
   fn->def = &n;
   fn->closure = env_;
+  if (captured_.empty() || captured_.back().lock() != env_) captured_.push_back(env_);
   ScriptValue value = ScriptValue::Function(std::move(fn));
   Define(LowerName(n.text), value);
   return value;

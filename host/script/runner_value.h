@@ -34,8 +34,10 @@ struct ScriptFunction {
   /// Keeps def alive while the function exists.
   std::shared_ptr<const ScriptProgram> program;
   const AstNode* def = nullptr;
-  /// The scope the function was defined in; when it has ended, the function sees globals only.
-  std::weak_ptr<ScriptScope> closure;
+  /// The scope the function was defined in, kept alive by the function so that it sees the
+  /// block's locals after the block ended. A scope usually holds the functions defined in it, a
+  /// cycle that the runner breaks once no global reaches the function (end of each run).
+  std::shared_ptr<ScriptScope> closure;
 };
 
 /// A class as scripts name it: a registered class (desc set; name is its internal name) or one

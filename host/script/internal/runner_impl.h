@@ -272,6 +272,9 @@ class ScriptRunner::Impl {
 
   /// Deletes the objects the script made that nothing holds: no reference, no global, not keep.
   void CollectGarbage(const ScriptValue* keep = nullptr);
+  /// Empties the scopes that functions captured and that no global (nor keep) reaches, which
+  /// breaks the cycles of scopes and the functions defined in them; all of them when all is set.
+  void ReleaseClosures(const ScriptValue* keep, bool all);
 
   class ScopeSwap;
   class ProgramSwap;
@@ -281,6 +284,7 @@ class ScriptRunner::Impl {
   std::vector<TimeValue> times_;
   std::vector<std::string> exceptions_;
   std::vector<AnimHandle> created_;
+  std::vector<std::weak_ptr<ScriptScope>> captured_;  // scopes that functions closed over
   std::uintptr_t stack_base_ = 0;  // frame address of the outermost Run
   long long steps_ = 0;
   int depth_ = 0;
