@@ -22,18 +22,18 @@ struct TypeName {
 
 // The parameter types of definitions by their script names; "<name>Tab" gives the table.
 constexpr TypeName kParamTypes[] = {
-    {"float", TYPE_FLOAT},         {"integer", TYPE_INT},          {"boolean", TYPE_BOOL},
-    {"string", TYPE_STRING},       {"node", TYPE_INODE},           {"point3", TYPE_POINT3},
-    {"point4", TYPE_POINT4},       {"angle", TYPE_ANGLE},          {"percent", TYPE_PCNT_FRAC},
-    {"worldUnits", TYPE_WORLD},    {"color", TYPE_RGBA},           {"frgba", TYPE_FRGBA},
-    {"time", TYPE_TIMEVALUE},      {"index", TYPE_INDEX},          {"matrix3", TYPE_MATRIX3},
-    {"maxObject", TYPE_REFTARG},   {"filename", TYPE_FILENAME},
+    {"float", TYPE_FLOAT},       {"integer", TYPE_INT},       {"boolean", TYPE_BOOL},
+    {"string", TYPE_STRING},     {"node", TYPE_INODE},        {"point3", TYPE_POINT3},
+    {"point4", TYPE_POINT4},     {"angle", TYPE_ANGLE},       {"percent", TYPE_PCNT_FRAC},
+    {"worldUnits", TYPE_WORLD},  {"color", TYPE_RGBA},        {"frgba", TYPE_FRGBA},
+    {"time", TYPE_TIMEVALUE},    {"index", TYPE_INDEX},       {"matrix3", TYPE_MATRIX3},
+    {"maxObject", TYPE_REFTARG}, {"filename", TYPE_FILENAME},
 };
 
 ParamType2 ParamTypeOf(const ScriptValue& v, const std::string& param) {
   if (!v.Is(FPType::TYPE_NAME)) {
-    Raise("Runtime error: parameter " + param + " needs type:#<type>, got: " +
-          ScriptValueString(v));
+    Raise("Runtime error: parameter " + param +
+          " needs type:#<type>, got: " + ScriptValueString(v));
   }
   const std::string& name = v.AsString();
   for (const TypeName& t : kParamTypes) {
@@ -124,8 +124,8 @@ int AttribIndex(Animatable* owner, const ScriptValue& shown, const ScriptValue& 
   }
   if (!v.IsNumber()) throw ConversionError(v.ToFPValue(), "Integer");
   const int i = ToInt(v);
-  if (i < 1 || i > count) Raise("Runtime error: custom attribute index out of range: " +
-                                ScriptValueString(v));
+  if (i < 1 || i > count)
+    Raise("Runtime error: custom attribute index out of range: " + ScriptValueString(v));
   return i - 1;
 }
 

@@ -246,9 +246,8 @@ bool ParseScriptedSpecText(const std::string& text, ScriptedAttribSpec& spec) {
       continue;
     }
     ScriptedParamSpec p;
-    if (c != 'P' || spec.blocks.empty() || !r.String(p.name) || !r.Int(p.type) ||
-        !r.Int(p.flags) || !r.Int(p.tab_size) || p.tab_size < 0 ||
-        p.tab_size > IParamBlock2::kMaxLoadedEntries)
+    if (c != 'P' || spec.blocks.empty() || !r.String(p.name) || !r.Int(p.type) || !r.Int(p.flags) ||
+        !r.Int(p.tab_size) || p.tab_size < 0 || p.tab_size > IParamBlock2::kMaxLoadedEntries)
       return false;
     if (ParamKind(p.type) == PBKind::kNone || !ReadDefault(r, p) || !r.Expect('\n')) return false;
     spec.blocks.back().params.push_back(std::move(p));
@@ -272,10 +271,9 @@ ScriptedAttribDef::ScriptedAttribDef(ScriptedAttribSpec spec, Class_ID id)
       defs.push_back(std::move(pd));
     }
     // Construction registers the block with this class.
-    blocks_.push_back(std::make_unique<ParamBlockDesc2>(static_cast<BlockID>(b),
-                                                        block.name.c_str(), 0, this,
-                                                        P_AUTO_CONSTRUCT, static_cast<int>(b),
-                                                        std::span<const ParamDef>(defs)));
+    blocks_.push_back(std::make_unique<ParamBlockDesc2>(
+        static_cast<BlockID>(b), block.name.c_str(), 0, this, P_AUTO_CONSTRUCT, static_cast<int>(b),
+        std::span<const ParamDef>(defs)));
   }
 }
 
@@ -292,8 +290,8 @@ ScriptedAttribDef* DefineScriptedAttrib(const ScriptedAttribSpec& spec,
     if (def->ClassID() != id) continue;
     if (def->Text() == text) return def;
     if (error) {
-      *error = "attributes " + spec.name +
-               " has the class of another definition with other parameters";
+      *error =
+          "attributes " + spec.name + " has the class of another definition with other parameters";
     }
     return nullptr;
   }
@@ -350,11 +348,8 @@ IParamBlock2* ScriptedCustAttrib::GetParamBlockByID(BlockID id) {
   return nullptr;
 }
 
-RefResult ScriptedCustAttrib::NotifyRefChanged(const Interval&,
-                                               RefTargetHandle,
-                                               PartID&,
-                                               RefMessage,
-                                               bool) {
+RefResult ScriptedCustAttrib::NotifyRefChanged(
+    const Interval&, RefTargetHandle, PartID&, RefMessage, bool) {
   return REF_SUCCEED;
 }
 

@@ -27,16 +27,18 @@ ScriptedAttribSpec SampleSpec(const std::string& name, float weight, const std::
   block.params.push_back({"weight", TYPE_FLOAT, P_ANIMATABLE, 0, weight});
   block.params.push_back({"label", TYPE_STRING, 0, 0, label});
   block.params.push_back({"target", TYPE_INODE, 0, 0, ZeroStoredValue(PBKind::kNode)});
-  block.params.push_back({"tm", TYPE_MATRIX3, 0, 0, Matrix3(Point3(1, 2, 3), Point3(4, 5, 6),
-                                                            Point3(7, 8, 9), Point3(weight, 0, 1))});
+  block.params.push_back(
+      {"tm", TYPE_MATRIX3, 0, 0,
+       Matrix3(Point3(1, 2, 3), Point3(4, 5, 6), Point3(7, 8, 9), Point3(weight, 0, 1))});
   block.params.push_back({"list", TYPE_INT_TAB, P_VARIABLE_SIZE, 3, 7});
   spec.blocks.push_back(block);
   spec.blocks.push_back({"second", {{"p", TYPE_POINT4, 0, 0, Point4(1, weight, 3, 4)}}});
   return spec;
 }
 
-RC_GTEST_PROP(ScriptedSpecText, ParsesBackToTheSameText, (std::string name, float weight,
-                                                           std::string label)) {
+RC_GTEST_PROP(ScriptedSpecText,
+              ParsesBackToTheSameText,
+              (std::string name, float weight, std::string label)) {
   const std::string text = ScriptedSpecText(SampleSpec(name, weight, label));
   ScriptedAttribSpec back;
   RC_ASSERT(ParseScriptedSpecText(text, back));
