@@ -603,6 +603,7 @@ ConnectResult ConnectionControl::ConnectController(Control* control, Animatable*
 }
 
 bool ConnectionControl::SetTarget(const FPValue& target, ReferenceTarget* owner) {
+  if (target.IsSubAnim()) return SetTargetSubAnim(target.AsSubAnimParent(), target.AsSubAnimIndex());
   if (IsObjectValue(target) && target.AsHandle() != 0 && !target.AsRefTarg()) {
     throw RuntimeError(kDeletedObject);
   }
@@ -631,13 +632,12 @@ bool ConnectionControl::SetTargetSubAnim(Animatable* parent, int sub_num) {
 
 FPValue ConnectionControl::GetTarget(bool as_controller) {
   if (!target_) return FPValue();
-  Animatable* track = nullptr;
-  if (as_controller) {
-    track = GetTargetController();
-  } else {
+  if (!as_controller) {
+    // The track itself, which need not have a controller (an un-animated parameter).
     const int sub = GetTargetSubNum();
-    if (sub >= 0 && sub < target_->NumSubs()) track = target_->SubAnim(sub);
+    return sub >= 0 && sub < target_->NumSubs() ? FPValue::SubAnim(target_, sub) : FPValue();
   }
+  Animatable* track = GetTargetController();
   if (!track) return FPValue();
   if (auto* c = static_cast<Control*>(track->GetInterface(I_CONTROL))) return FPValue(c);
   if (auto* rt = dynamic_cast<ReferenceTarget*>(track)) return FPValue(rt);

@@ -149,15 +149,16 @@ class ConnectionControl : public Control, public ILockedTrackImp, public FPMixin
 
   // Targets (script). Errors are raised before anything changes, with the texts of the
   // class's kind (Float: "SetTarget - Need float controller, got: " and so on).
-  /// A controller value (searched from owner, or the scene root) or a sub-anim; see the
-  /// interface table. Answers false without a block.
+  /// A controller value (searched from owner, or the scene root) or a sub-anim value
+  /// (TYPE_SUBANIM, handed to SetTargetSubAnim); see the interface table. Answers false without a block.
   bool SetTarget(const FPValue& target, ReferenceTarget* owner);
   /// The script form of a sub-anim value: parent's track sub_num. Raises the deleted-object
   /// error for a null parent and the class's sub-anim error for a track of the wrong kind.
   bool SetTargetSubAnim(Animatable* parent, int sub_num);
   /// undefined without a target. as_controller: the connected track's controller through
-  /// GetTargetController (so undefined unless `two_way` is on). Otherwise the published form of
-  /// the sub-anim value: the track's object (undefined when the track holds none).
+  /// GetTargetController (so undefined unless `two_way` is on). Otherwise the sub-anim value
+  /// (TYPE_SUBANIM) of the connected track, also when the track holds no controller; undefined
+  /// when the sub-anim number is out of the target's range.
   FPValue GetTarget(bool as_controller);
 
   /// Re-points reference 1 of a clone to the clone of its target, when remap made one.

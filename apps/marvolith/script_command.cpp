@@ -1,5 +1,6 @@
 // Copyright Marvolith contributors.
 // `marvolith script FILE` and `marvolith script -e TEXT`: run a script against a scene.
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -23,6 +24,11 @@ std::string Plain(const std::string& error) {
 }
 
 std::string ReadScript(const std::string& path) {
+  // A folder opens as a stream on some systems and reads as nothing: refuse it by name.
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    Refuse("cannot read the script file '" + path + "': it is a folder");
+  }
   std::ifstream in(path, std::ios::binary);
   if (!in) Refuse("cannot read the script file '" + path + "'");
   std::ostringstream text;

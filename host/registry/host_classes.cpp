@@ -6,6 +6,7 @@
 #include "host/objects/object_classes.h"
 #include "host/params/iparam_block2.h"
 #include "host/scene/scene.h"
+#include "host/script/scripted_attrib.h"
 
 Control* MakeDefaultParamController(ParamType2 type) {
   switch (ParamKind(type)) {
@@ -32,5 +33,6 @@ void RegisterHostClasses() {
   RegisterCurveControlClass();
   RegisterParamBlockClasses();
   RegisterObjectClasses();
+  RegisterScriptedAttribClass();
   SetParamControllerFactory(&MakeDefaultParamController);
 }

@@ -41,6 +41,9 @@ enum class FPType : int {
   TYPE_VALUE = 44,  ///< as an argument type: any value, passed through unconverted
   /// Not a host code: the script value `undefined` (the host carries it as a TYPE_VALUE).
   TYPE_UNDEFINED = 0x3ff,
+  /// Not a host code: a script sub-anim (a track: parent and sub-anim number), which the host
+  /// carries as a TYPE_VALUE holding a MAXSubAnim. It reaches TYPE_VALUE arguments unchanged.
+  TYPE_SUBANIM = 0x3fe,
 
   /// Added to a base code to make its table form.
   TYPE_TAB = 0x800,

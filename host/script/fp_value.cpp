@@ -110,6 +110,14 @@ FPValue FPValue::FileName(std::string_view path) {
 }
 FPValue FPValue::HWnd(HWND hwnd) { return FPValue(FPType::TYPE_HWND, Data(hwnd)); }
 
+FPValue FPValue::SubAnim(Animatable* parent, int index) {
+  return SubAnimOfHandle(HandleOf(parent), index);
+}
+
+FPValue FPValue::SubAnimOfHandle(AnimHandle parent, int index) {
+  return FPValue(FPType::TYPE_SUBANIM, Data(SubAnimRef{parent, index}));
+}
+
 FPValue FPValue::Table(FPType tab_type, std::vector<FPValue> items) {
   if (!::IsTab(tab_type)) tab_type = FPType::TYPE_VALUE_TAB;
   return FPValue(tab_type, Data(std::move(items)));
@@ -242,6 +250,21 @@ const std::string& FPValue::AsString() const {
 AnimHandle FPValue::AsHandle() const {
   const Handle* h = std::get_if<Handle>(&data_);
   return h ? h->handle : 0;
+}
+
+Animatable* FPValue::AsSubAnimParent() const {
+  const AnimHandle h = AsSubAnimHandle();
+  return h ? Animatable::GetAnimByHandle(h) : nullptr;
+}
+
+AnimHandle FPValue::AsSubAnimHandle() const {
+  const SubAnimRef* r = std::get_if<SubAnimRef>(&data_);
+  return r ? r->parent : 0;
+}
+
+int FPValue::AsSubAnimIndex() const {
+  const SubAnimRef* r = std::get_if<SubAnimRef>(&data_);
+  return r ? r->index : -1;
 }
 
 ReferenceTarget* FPValue::AsRefTarg() const {

@@ -18,6 +18,7 @@
 #include "host/math/quat.h"
 #include "host/script/fp_types.h"
 
+class Animatable;
 class INode;
 class ReferenceTarget;
 class Control;
@@ -95,6 +96,11 @@ class FPValue {
   static FPValue Node(INode* node) { return FPValue(node); }
   static FPValue RefTarg(ReferenceTarget* target) { return FPValue(target); }
   static FPValue HWnd(HWND hwnd);
+  /// A sub-anim: track index (0-based) of parent, held by handle. The track need not have a
+  /// controller (an un-animated parameter of a block is a sub-anim too).
+  static FPValue SubAnim(Animatable* parent, int index);
+  /// A sub-anim of the animatable with handle parent (live or not).
+  static FPValue SubAnimOfHandle(AnimHandle parent, int index);
   /// A table of tab_type (a TYPE_..._TAB code) holding items. Items keep their own types; the
   /// dispatcher converts them when the table is an argument.
   static FPValue Table(FPType tab_type, std::vector<FPValue> items = {});
@@ -133,6 +139,15 @@ class FPValue {
   HWND AsHWnd() const;
   /// The handle of a node, target or controller value (0 for others), live or not.
   AnimHandle AsHandle() const;
+
+  // Sub-anims (TYPE_SUBANIM).
+  bool IsSubAnim() const { return type_ == FPType::TYPE_SUBANIM; }
+  /// The live parent of a sub-anim, or null (not a sub-anim, or the parent was deleted).
+  Animatable* AsSubAnimParent() const;
+  /// The handle of a sub-anim's parent, live or not; 0 for other values.
+  AnimHandle AsSubAnimHandle() const;
+  /// The 0-based sub-anim number of a sub-anim; -1 for other values.
+  int AsSubAnimIndex() const;
 
   // Tables.
   /// Number of elements of a table; 0 for other values.
@@ -176,6 +191,11 @@ class FPValue {
     AnimHandle handle = 0;
     bool operator==(const Handle&) const = default;
   };
+  struct SubAnimRef {
+    AnimHandle parent = 0;
+    int index = 0;
+    bool operator==(const SubAnimRef&) const = default;
+  };
   using Data = std::variant<std::monostate,
                             int,
                             float,
@@ -188,6 +208,7 @@ class FPValue {
                             BitArray,
                             std::string,
                             Handle,
+                            SubAnimRef,
                             FPInterface*,
                             HWND,
                             std::vector<FPValue>>;

@@ -205,7 +205,47 @@ ScriptRunner::Impl::Impl(ScriptRunner& runner, ScriptRunnerOptions opts)
 
 ScriptRunner::Impl::~Impl() {
   globals.clear();
+  ReleaseClosures(nullptr, true);
   CollectGarbage();
+}
+
+void ScriptRunner::Impl::ReleaseClosures(const ScriptValue* keep, bool all) {
+  std::unordered_set<const ScriptScope*> reached;
+  if (!all) {
+    std::vector<const ScriptValue*> stack;
+    std::unordered_set<const void*> seen_arrays;
+    for (const auto& [name, v] : globals) stack.push_back(&v);
+    if (keep) stack.push_back(keep);
+    while (!stack.empty()) {
+      const ScriptValue* v = stack.back();
+      stack.pop_back();
+      if (v->IsArray()) {
+        if (seen_arrays.insert(&v->Items()).second) {
+          for (const ScriptValue& item : v->Items()) stack.push_back(&item);
+        }
+        continue;
+      }
+      const ScriptFunction* fn = v->AsFunction();
+      for (const ScriptScope* s = fn ? fn->closure.get() : nullptr; s && reached.insert(s).second;
+           s = s->parent.get()) {
+        for (const auto& [name, var] : s->vars) stack.push_back(&var);
+      }
+    }
+  }
+  std::vector<std::weak_ptr<ScriptScope>> live;
+  for (const std::weak_ptr<ScriptScope>& w : captured_) {
+    std::shared_ptr<ScriptScope> s = w.lock();
+    if (!s) continue;
+    if (reached.count(s.get())) {
+      live.push_back(w);
+      continue;
+    }
+    // Moved out first: freeing the values may free other captured scopes.
+    auto vars = std::move(s->vars);
+    s->vars.clear();
+    s->parent.reset();
+  }
+  captured_ = std::move(live);
 }
 
 ScriptResult ScriptRunner::Impl::Run(std::string_view text) {
@@ -262,7 +302,10 @@ ScriptResult ScriptRunner::Impl::Run(std::string_view text) {
   exceptions_.resize(saved_exceptions);
   --runs_;
   // The run's value may hold what it made (a script that answers a new controller, say).
-  if (outermost) CollectGarbage(&result.value);
+  if (outermost) {
+    ReleaseClosures(&result.value, false);
+    CollectGarbage(&result.value);
+  }
   return result;
 }
 

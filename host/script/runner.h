@@ -17,6 +17,8 @@
 //               fn name a b key:1 = body  return v  exit [with v]  continue
 //   contexts    at time t e   animate on e   undo "label" on e   undo off e
 //               with animate on, undo off e   with redraw off e
+//               in coordsys world|parent|local|gimbal|<node>|<matrix3> e
+//   commands    max undo   max redo
 // A call's arguments are operands on the same line: "f -1" subtracts 1 from f, "f (-1)" calls it.
 //
 // Built-in globals: print format messageBox execute getCurrentException; getMAXIniFile
@@ -38,9 +40,19 @@
 // Quaternions, eulerAngles and angleAxis follow the host's Quat convention (host/math/quat.h).
 // Arrays compare element by element.
 //
+// More globals (runner_library.cpp): isDeleted hide unhide addModifier deleteModifier move
+// rotate scale (in the axes of `in coordsys`, about each node's pivot) LockedTracksMan.setLocks
+// LockedTracksMan.getLocked theHold.Begin theHold.Accept theHold.Cancel theHold.Holding
+// toolMode.coordsys getRefCoordSys maxOps.pivotMode numSplines numKnots getKnotPoint getInVec
+// getOutVec addNewSpline addKnot updateShape doesFileExist getFiles createFile openFile
+// stringStream close flush readLine eof deleteFile getFilenamePath getFilenameFile
+// getFilenameType; print and format take to:<stream>. Controllers add axisOrder (Euler tracks,
+// 1 to 9) and, on list controllers, count active available weight and the methods getName
+// setName setActive getActive delete. obj[i] and obj[#name] are an object's tracks.
+//
 // Not supported, each a syntax error naming it: struct, rollout and the other definitions of
-// tools and plug-ins, mapped functions, coordsys, by-reference arguments (&), Point2 values,
-// bit arrays, path names with wildcards or levels.
+// tools and plug-ins, mapped functions, about, by-reference arguments (&), Point2 values, path
+// names with wildcards or levels.
 //
 // Errors. A failure stops the script (unless a try catches it) and is reported as
 // "-- <message> (line L, column C)" where the place is that of the expression that failed.

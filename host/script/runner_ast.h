@@ -61,10 +61,14 @@ enum class AstKind : std::uint8_t {
   kThrow,       ///< children {value}
   kCase,        ///< children {subject or null, then label and expression pairs; a null label
                 ///< is the default}
+  kAttributes,  ///< text: the definition's name; keys: its clauses (attribID:); children: one
+                ///< kParameters per parameters clause (rollouts are dropped by the parser)
+  kParameters,  ///< text: the block's name; children: one kParamDef per parameter
+  kParamDef,    ///< text: the parameter's name; keys: its clauses (type:, default:, ui:, ...)
 };
 
 /// Context expressions (AstKind::kContext).
-enum class ContextKind : std::uint8_t { kAtTime, kAnimate, kUndo, kRedraw, kQuiet };
+enum class ContextKind : std::uint8_t { kAtTime, kAnimate, kUndo, kRedraw, kQuiet, kCoordsys };
 
 /// Flags of AstNode::op for the kinds that use it.
 inline constexpr int kTimeFrames = 1;  ///< a literal like 10f: the value is frames

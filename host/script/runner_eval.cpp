@@ -220,6 +220,11 @@ ScriptValue ScriptRunner::Impl::EvalNode(const AstNode& n) {
       return EvalJump(n);
     case AstKind::kCase:
       return EvalCase(n);
+    case AstKind::kAttributes:
+      return EvalAttributes(n);
+    case AstKind::kParameters:
+    case AstKind::kParamDef:
+      break;
   }
   Raise("Runtime error: unknown expression");
 }
@@ -329,6 +334,15 @@ ScriptValue ScriptRunner::Impl::EvalProperty(const AstNode& n) {
   const AstNode& target = *n.children[0];
   // $a.pos.controller: the suffix applies to the track pos, not to the value of $a.pos.
   if (IsTrackSuffix(n.text) && target.kind == AstKind::kProperty) {
+    // A node's position, rotation and scale controllers come from its transform controller,
+    // which may hand out a proxy that is no sub-anim of it (the gimbal proxy).
+    if (ScriptNameEquals(n.text, "controller")) {
+      ScriptValue inner = Eval(*target.children[0]);
+      ScriptValue part;
+      if (NodePartController(inner, target.text, part)) return part;
+      ScriptValue track = FindSubAnim(inner, target.text);
+      return PropertyOf(track.IsUndefined() ? PropertyOf(inner, target.text) : track, n.text);
+    }
     return PropertyOf(TrackOrValue(target), n.text);
   }
   return PropertyOf(Eval(target), n.text);
@@ -358,6 +372,18 @@ ScriptValue ScriptRunner::Impl::EvalIndex(const AstNode& n) {
     // Elements past the end read as clear, as the array would read after growing.
     const int i = check(ToInt(index), kMaxScriptBitArrayIndex);
     return FPValue(v.AsBitArray()[i] != 0);
+  }
+  // An object's tracks: obj[2] is its second sub-anim, obj[#name] the one of that name (a
+  // parameter of its blocks too), also when the track has no controller.
+  if (Animatable* anim = AnimOf(c)) {
+    if (index.Is(FPType::TYPE_NAME)) {
+      ScriptValue track = FindSubAnim(c, index.AsString());
+      if (track.IsUndefined()) Raise("Runtime error: no sub-anim " + ScriptValueString(index) +
+                                     " in " + ScriptValueString(c));
+      return track;
+    }
+    const int i = check(ToInt(index), anim->NumSubs());
+    return ScriptValue::SubAnim(anim, i);
   }
   NoFunction("get", c);
 }
@@ -414,6 +440,7 @@ ScriptValue ScriptRunner::Impl::CallMethod(const ScriptValue& obj,
     fpi = FindMethodInterface(obj, name);
   }
   if (fpi) return CallInterface(fpi, obj, name, args, keys);
+  if (ScriptValue out; CallListMethod(obj, name, args, out)) return out;
   // A property whose value is a function.
   ScriptValue prop;
   if (GetProperty(obj, name, CurrentTime(), prop)) return Apply(prop, name, args, keys);
@@ -429,7 +456,7 @@ ScriptValue ScriptRunner::Impl::CallScriptFunction(const ScriptFunction& fn,
   if (static_cast<int>(args.size()) != positional) {
     throw ArgCountError(fn.name, positional, static_cast<int>(args.size()));
   }
-  auto scope = ChildScope(fn.closure.lock());
+  auto scope = ChildScope(fn.closure);
   ScopeSwap swap(*this, scope);
   ProgramSwap program(*this, fn.program);
   size_t next = 0;
@@ -745,6 +772,13 @@ ScriptValue ScriptRunner::Impl::EvalContext(const AstNode& n) {
       theHold.Accept(label);
       return v;
     }
+    case ContextKind::kCoordsys: {
+      PushCoordSys(arg);
+      struct Pop {
+        ~Pop() { PopCoordSys(); }
+      } pop;
+      return Eval(body);
+    }
     case ContextKind::kRedraw:
     case ContextKind::kQuiet:
       // No views and no prompts headless: the switch is read and the body runs as it is.
@@ -760,6 +794,7 @@ ScriptValue ScriptRunner::Impl::EvalFunction(const AstNode& n) {
   fn->program = program_;
   fn->def = &n;
   fn->closure = env_;
+  if (captured_.empty() || captured_.back().lock() != env_) captured_.push_back(env_);
   ScriptValue value = ScriptValue::Function(std::move(fn));
   Define(LowerName(n.text), value);
   return value;

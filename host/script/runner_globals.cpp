@@ -50,23 +50,6 @@ bool KeyBool(ScriptCall& call, const char* name, bool fallback) {
   return v ? ToBool(*v, name) : fallback;
 }
 
-// The nodes of a node or an array of nodes.
-std::vector<INode*> NodesOf(const ScriptValue& v) {
-  std::vector<INode*> out;
-  if (v.IsArray()) {
-    for (const ScriptValue& item : v.Items()) {
-      INode* node = item.AsNode();
-      if (!node) CannotConvert(item, "Node");
-      out.push_back(node);
-    }
-  } else if (INode* node = v.AsNode()) {
-    out.push_back(node);
-  } else {
-    CannotConvert(v, "Node");
-  }
-  return out;
-}
-
 ScriptValue NodeArray(const std::vector<INode*>& nodes) {
   std::vector<ScriptValue> items;
   items.reserve(nodes.size());
@@ -82,15 +65,27 @@ void CheckInsert(const ScriptValue& array, const ScriptValue& item) {
 // ---------------------------------------------------------------------------------------------
 // Output.
 
+// Where print and format write: the stream of to:, else the runner's output.
+void Emit(ScriptCall& call, const std::string& text) {
+  const ScriptValue* to = call.Key("to");
+  if (!to || to->IsUndefined()) {
+    call.Runner().Print(text);
+    return;
+  }
+  ScriptStream* st = to->AsStream();
+  if (!st) CannotConvert(*to, "Stream");
+  if (!st->open || !st->writing) Raise("Runtime error: the stream is not open for writing");
+  st->text += text;
+}
+
 ScriptValue Print(ScriptCall& call) {
   call.ExpectArgs(1, 1);
-  call.Runner().Print(ScriptValueString(call.Arg(0)) + "\n");
+  Emit(call, ScriptValueString(call.Arg(0)) + "\n");
   return call.Arg(0);
 }
 
 ScriptValue Format(ScriptCall& call) {
   if (call.ArgCount() < 1) call.ExpectArgs(1, INT_MAX);
-  if (call.Key("to")) Raise("Runtime error: format to: a stream is not supported");
   const std::string& fmt = Text(call, 0);
   std::string out;
   int next = 1;
@@ -102,7 +97,7 @@ ScriptValue Format(ScriptCall& call) {
     if (next >= call.ArgCount()) Raise("Runtime error: format has more % than arguments");
     out += ScriptValueText(call.Arg(next++));
   }
-  call.Runner().Print(out);
+  Emit(call, out);
   return FPValue::Void();
 }
 
@@ -785,6 +780,22 @@ struct NamedFn {
 
 }  // namespace
 
+std::vector<INode*> NodesOf(const ScriptValue& v) {
+  std::vector<INode*> out;
+  if (v.IsArray()) {
+    for (const ScriptValue& item : v.Items()) {
+      INode* node = item.AsNode();
+      if (!node) Raise("Unable to convert: " + ScriptValueString(item) + " to type: Node");
+      out.push_back(node);
+    }
+  } else if (INode* node = v.AsNode()) {
+    out.push_back(node);
+  } else {
+    Raise("Unable to convert: " + ScriptValueString(v) + " to type: Node");
+  }
+  return out;
+}
+
 void RegisterBuiltinGlobals() {
   static bool done = false;
   if (done) return;
@@ -938,6 +949,8 @@ void RegisterBuiltinGlobals() {
       {"quatToEuler", QuatToEulerFn},
   };
   for (const NamedFn& f : kFunctions) RegisterScriptGlobal(f.name, f.fn);
+  RegisterLibraryGlobals();
+  RegisterAttributeGlobals();
 
   RegisterScriptGlobalVariable(
       "sliderTime",

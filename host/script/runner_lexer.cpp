@@ -46,6 +46,7 @@ constexpr std::array kKeywords = {
     KeywordEntry{"in", Keyword::kIn},
     KeywordEntry{"local", Keyword::kLocal},
     KeywordEntry{"mapped", Keyword::kMapped},
+    KeywordEntry{"max", Keyword::kMax},
     KeywordEntry{"not", Keyword::kNot},
     KeywordEntry{"of", Keyword::kOf},
     KeywordEntry{"off", Keyword::kOff},
@@ -66,9 +67,7 @@ constexpr std::array kKeywords = {
     KeywordEntry{"with", Keyword::kWith},
     // Reserved for constructs this runner does not run.
     KeywordEntry{"about", Keyword::kUnsupported},
-    KeywordEntry{"coordsys", Keyword::kUnsupported},
     KeywordEntry{"macroscript", Keyword::kUnsupported},
-    KeywordEntry{"max", Keyword::kUnsupported},
     KeywordEntry{"parameters", Keyword::kUnsupported},
     KeywordEntry{"persistent", Keyword::kUnsupported},
     KeywordEntry{"plugin", Keyword::kUnsupported},

@@ -73,6 +73,7 @@ enum class Keyword : std::uint8_t {
   kIn,
   kLocal,
   kMapped,
+  kMax,
   kNot,
   kOf,
   kOff,

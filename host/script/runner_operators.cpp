@@ -12,6 +12,7 @@
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/script/internal/runner_impl.h"
+#include "host/script/scripted_attrib.h"
 #include "host/script/script_value.h"
 
 namespace script_internal {
@@ -395,10 +396,16 @@ ScriptValue ClassOf(const ScriptValue& v) {
       return ValueClass("MixinInterface");
     case Kind::kStruct:
       return ScriptValue::Class({nullptr, "StructDef", false});
+    case Kind::kStream:
+      return ValueClass(v.AsStream()->path.empty() ? "StringStream" : "FileStream");
     case Kind::kValue:
       break;
   }
   if (Animatable* anim = ClassSubject(v)) {
+    // A scripted attribute's class is its definition; all of them share one saved class.
+    if (auto* ca = dynamic_cast<ScriptedCustAttrib*>(anim); ca && ca->GetDef()) {
+      return ScriptValue::Class({ca->GetDef(), ca->GetDef()->ClassName(), false});
+    }
     if (ClassDesc2* cd = ClassDirectory::Get().FindClass(anim->SuperClassID(), anim->ClassID())) {
       const char* internal = cd->InternalName();
       return ScriptValue::Class({cd, internal ? internal : cd->ClassName(), false});

@@ -166,10 +166,18 @@ class Parser {
         case Keyword::kUndo:
         case Keyword::kWith:
           return Context();
+        case Keyword::kIn:
+          if (IsPlain(Ahead(1), "coordsys")) return Context();
+          break;
+        case Keyword::kMax:
+          return MaxCommand();
         case Keyword::kUnsupported:
           Unsupported(t);
         case Keyword::kNone:
           if (IsContextWord(t) && IsSwitchWord(Ahead(1))) return Context();
+          if (IsPlain(t, "attributes") &&
+              (Ahead(1).kind == TokenKind::kString || IsName(Ahead(1))))
+            return Attributes();
           break;
         default:
           break;
@@ -396,6 +404,94 @@ class Parser {
     return n;
   }
 
+  // name:value clauses; the name may be a reserved word.
+  void Clauses(std::vector<AstNamed>& out) {
+    while (Is(TokenKind::kIdentifier) && Ahead(1).kind == TokenKind::kColon) {
+      AstNamed key;
+      key.name = Cur().text;
+      Next();
+      Next();
+      key.value = KeyValue();
+      out.push_back(std::move(key));
+    }
+  }
+
+  bool IsReserved(const ScriptToken& t, std::string_view word) const {
+    return t.kind == TokenKind::kIdentifier && ScriptNameEquals(t.text, word);
+  }
+
+  // attributes <name> <clauses> ( parameters ... rollout ... ): a custom attribute definition.
+  NodePtr Attributes() {
+    auto n = MakeNode(AstKind::kAttributes, Cur().pos);
+    Next();
+    n->text = Cur().text;
+    Next();
+    Clauses(n->keys);
+    SkipNewlines();
+    Expect(TokenKind::kLParen, "(");
+    while (true) {
+      SkipSeparators();
+      if (Is(TokenKind::kRParen)) break;
+      if (IsReserved(Cur(), "parameters")) {
+        n->children.push_back(Parameters());
+      } else if (IsReserved(Cur(), "rollout")) {
+        SkipRollout();
+      } else if (IsWord(Keyword::kOn)) {
+        Fail(Cur().pos, "event handlers of attribute definitions are not supported");
+      } else if (IsWord(Keyword::kFn) || IsWord(Keyword::kFunction) ||
+                 IsWord(Keyword::kLocal)) {
+        Fail(Cur().pos, "functions and locals of attribute definitions are not supported");
+      } else {
+        Expected("parameters or rollout");
+      }
+    }
+    Next();
+    return n;
+  }
+
+  NodePtr Parameters() {
+    auto n = MakeNode(AstKind::kParameters, Cur().pos);
+    Next();
+    if (!IsName(Cur())) Expected("a parameter block name");
+    n->text = Cur().text;
+    Next();
+    std::vector<AstNamed> ignored;  // rollout: names a rollout, which a headless host drops
+    Clauses(ignored);
+    SkipNewlines();
+    Expect(TokenKind::kLParen, "(");
+    while (true) {
+      SkipSeparators();
+      if (Is(TokenKind::kRParen)) break;
+      if (IsWord(Keyword::kOn)) Fail(Cur().pos, "parameter event handlers are not supported");
+      if (!IsName(Cur())) Expected("a parameter name");
+      auto p = MakeNode(AstKind::kParamDef, Cur().pos);
+      p->text = Cur().text;
+      Next();
+      Clauses(p->keys);
+      if (!Is(TokenKind::kRParen) && !Is(TokenKind::kNewline) && !Is(TokenKind::kSemicolon))
+        Expected("a parameter clause (name:value)");
+      n->children.push_back(std::move(p));
+    }
+    Next();
+    return n;
+  }
+
+  // A rollout is user interface only: its tokens are skipped up to its balanced closing ).
+  void SkipRollout() {
+    Next();
+    while (!Is(TokenKind::kLParen)) {
+      if (Is(TokenKind::kEnd) || Is(TokenKind::kRParen)) Expected("( of the rollout");
+      Next();
+    }
+    int depth = 0;
+    do {
+      if (Is(TokenKind::kEnd)) Expected(")");
+      if (Is(TokenKind::kLParen) || Is(TokenKind::kArrayOpen)) ++depth;
+      if (Is(TokenKind::kRParen)) --depth;
+      Next();
+    } while (depth > 0);
+  }
+
   bool EndsExpression() const {
     return Is(TokenKind::kNewline) || Is(TokenKind::kSemicolon) || Is(TokenKind::kRParen) ||
            Is(TokenKind::kEnd) || IsWord(Keyword::kElse) || IsWord(Keyword::kCatch);
@@ -430,7 +526,13 @@ class Parser {
     }
     NodePtr label;
     NodePtr arg;
-    if (IsWord(Keyword::kAt)) {
+    if (IsWord(Keyword::kIn)) {
+      Next();
+      if (!IsPlain(Cur(), "coordsys")) Expected("coordsys");
+      Next();
+      n->op = static_cast<int>(ContextKind::kCoordsys);
+      arg = CoordSysName();
+    } else if (IsWord(Keyword::kAt)) {
       Next();
       if (!IsPlain(Cur(), "time")) Expected("time");
       Next();
@@ -454,7 +556,7 @@ class Parser {
       Next();
       SkipNewlines();
       if (!IsWord(Keyword::kAt) && !IsWord(Keyword::kUndo) && !IsWord(Keyword::kWith) &&
-          !IsContextWord(Cur())) {
+          !IsWord(Keyword::kIn) && !IsContextWord(Cur())) {
         Expected("a context (at time, animate, undo)");
       }
       Nest nest(*this);
@@ -463,6 +565,40 @@ class Parser {
       SkipNewlines();
       n->children.push_back(Expr());
     }
+    return n;
+  }
+
+  // The system of `in coordsys`: a bare world, parent, local, screen, grid, gimbal or view is
+  // its name; anything else an operand (a node, a matrix).
+  NodePtr CoordSysName() {
+    const ScriptToken& t = Cur();
+    static constexpr const char* kNames[] = {"world", "parent", "screen", "grid", "gimbal", "view"};
+    bool named = IsWord(Keyword::kLocal);
+    for (const char* name : kNames) named = named || IsPlain(t, name);
+    if (!named) return Operand();
+    auto n = MakeNode(AstKind::kLiteral, t.pos);
+    n->value = FPValue::Name(t.text);
+    Next();
+    return n;
+  }
+
+  // max undo, max redo: the host's commands by name, a call of the global max.
+  NodePtr MaxCommand() {
+    auto n = MakeNode(AstKind::kCall, Cur().pos);
+    auto callee = MakeNode(AstKind::kIdentifier, Cur().pos);
+    callee->text = Cur().text;
+    Next();
+    if (!Is(TokenKind::kIdentifier)) Expected("a command name");
+    std::string command = Cur().text;
+    auto arg = MakeNode(AstKind::kLiteral, Cur().pos);
+    Next();
+    while (Is(TokenKind::kIdentifier) && !EndsExpression()) {
+      command += " " + Cur().text;
+      Next();
+    }
+    arg->value = FPValue::Name(command);
+    n->children.push_back(std::move(callee));
+    n->children.push_back(std::move(arg));
     return n;
   }
 
@@ -594,8 +730,14 @@ class Parser {
     return n;
   }
 
+  // A keyword argument named by a reserved word the host's functions take (format to:).
+  bool IsReservedKey() const {
+    return IsWord(Keyword::kTo) && Ahead(1).kind == TokenKind::kColon;
+  }
+
   bool StartsArgument() const {
     const ScriptToken& t = Cur();
+    if (IsReservedKey()) return true;
     switch (t.kind) {
       case TokenKind::kInteger:
       case TokenKind::kFloat:
@@ -641,7 +783,7 @@ class Parser {
     auto n = MakeNode(AstKind::kCall, StartOf(*callee));
     n->children.push_back(std::move(callee));
     while (StartsArgument()) {
-      if (IsName(Cur()) && Ahead(1).kind == TokenKind::kColon) {
+      if ((IsName(Cur()) || IsReservedKey()) && Ahead(1).kind == TokenKind::kColon) {
         AstNamed key;
         key.name = Cur().text;
         Next();

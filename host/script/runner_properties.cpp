@@ -128,9 +128,9 @@ ScriptValue ReadParam(const ParamRef& ref, TimeValue t) {
   return ScriptValue::Array(std::move(items));
 }
 
-// The C++ form of v for an entry of def; raises when v does not convert.
-FPValue ConvertEntry(const ParamDef& def, const ScriptValue& v) {
-  const ParamType2 base = BaseParamType(def.type);
+}  // namespace
+
+FPValue ConvertParamValue(ParamType2 base, const ScriptValue& v) {
   switch (base) {
     case TYPE_RGBA:
       if (v.Is(FPType::TYPE_COLOR)) return v.Fp();
@@ -152,6 +152,13 @@ FPValue ConvertEntry(const ParamDef& def, const ScriptValue& v) {
     default:
       return FromScriptValue(v.ToFPValue(), static_cast<FPType>(base));
   }
+}
+
+namespace {
+
+// The C++ form of v for an entry of def; raises when v does not convert.
+FPValue ConvertEntry(const ParamDef& def, const ScriptValue& v) {
+  return ConvertParamValue(BaseParamType(def.type), v);
 }
 
 bool WriteEntry(IParamBlock2* pb, const ParamDef& def, const FPValue& c, TimeValue t, int i) {
@@ -258,6 +265,10 @@ bool GetAnimProperty(Animatable* anim, std::string_view name, TimeValue t, Scrip
       return true;
     }
   }
+  if (ScriptValue ca = AttribByName(anim, name); !ca.IsUndefined()) {
+    out = std::move(ca);
+    return true;
+  }
   if (const int i = FindSubAnimIndex(anim, name); i >= 0) {
     out = SubAnimValue(anim, i, t);
     return true;
@@ -271,6 +282,7 @@ bool GetAnimProperty(Animatable* anim, std::string_view name, TimeValue t, Scrip
       out = ControllerValue(c, t);
       return true;
     }
+    if (GetControllerExtra(c, name, out)) return true;
     if (Named(name, "isAnimated")) {
       out = FPValue(c->IsAnimated());
       return true;
@@ -301,6 +313,7 @@ bool SetAnimProperty(Animatable* anim, std::string_view name, const ScriptValue&
     SetControllerValue(c, v, t);
     return true;
   }
+  if (auto* c = dynamic_cast<Control*>(anim)) return SetControllerExtra(c, name, v);
   return false;
 }
 
@@ -387,7 +400,8 @@ bool GetNodeProperty(INode* node, std::string_view name, TimeValue t, ScriptValu
   if (Named(name, "name")) {
     out = FPValue(node->GetName());
   } else if (Named(name, "pos") || Named(name, "position")) {
-    out = FPValue(node->GetNodeTM(t).GetTrans());
+    // In the current coordinate system (world outside `in coordsys`).
+    out = FPValue(node->GetNodeTM(t).GetTrans() * Inverse(CoordSysFrame(node, t)));
   } else if (Named(name, "rotation")) {
     out = FPValue(Quat(node->GetNodeTM(t)));
   } else if (Named(name, "scale")) {
@@ -443,7 +457,8 @@ bool SetNodeProperty(INode* node, std::string_view name, const ScriptValue& v, T
     node->SetName(ToText(v));
   } else if (Named(name, "pos") || Named(name, "position")) {
     // A move in world axes moves the position track only, whatever the locks say.
-    const Point3 delta = ToPoint3(v) - node->GetNodeTM(t).GetTrans();
+    const Point3 target_ws = ToPoint3(v) * CoordSysFrame(node, t);
+    const Point3 delta = target_ws - node->GetNodeTM(t).GetTrans();
     node->Move(t, Matrix3(), delta, false, true, PIV_NONE, true);
   } else if (Named(name, "rotation")) {
     Point3 p;
@@ -774,7 +789,8 @@ bool GetProperty(const ScriptValue& obj, std::string_view name, TimeValue t, Scr
     case ScriptValue::Kind::kStruct: {
       const GlobalEntry* g = FindGlobal(obj.StructName() + "." + LowerName(name));
       if (!g) return false;
-      out = g->fn ? ScriptValue::Function(g->function) : ScriptValue();
+      out = g->fn ? ScriptValue::Function(g->function)
+                  : g->getter ? g->getter(TheScriptRunner()) : ScriptValue();
       return true;
     }
     case ScriptValue::Kind::kInterval:
@@ -818,6 +834,13 @@ bool SetProperty(const ScriptValue& obj, std::string_view name, const ScriptValu
       }
       Animatable* sub = parent->SubAnim(obj.SubAnimIndex());
       return sub && SetAnimProperty(sub, name, v, t);
+    }
+    case ScriptValue::Kind::kStruct: {
+      const GlobalEntry* g = FindGlobal(obj.StructName() + "." + LowerName(name));
+      if (!g) return false;
+      if (!g->setter) ReadOnly(name);
+      g->setter(TheScriptRunner(), v);
+      return true;
     }
     case ScriptValue::Kind::kMixin: {
       FPInterface* fpi = obj.AsMixin();

@@ -65,6 +65,12 @@ void Print(const ScriptValue& v, std::string& out, int depth) {
     case ScriptValue::Kind::kStruct:
       out += "#Struct:" + v.StructName();
       return;
+    case ScriptValue::Kind::kStream: {
+      const ScriptStream* st = v.AsStream();
+      out += st->path.empty() ? "StringStream:" + ToScriptString(FPValue(st->text))
+                              : "<File:" + st->path + ">";
+      return;
+    }
   }
 }
 
@@ -126,6 +132,8 @@ bool Equals(const ScriptValue& a, const ScriptValue& b, int depth) {
     }
     case Kind::kMixin:
       return a.MixinOwner() == b.MixinOwner() && a.MixinID() == b.MixinID();
+    case Kind::kStream:
+      return a.AsStream() == b.AsStream();
     case Kind::kStruct:
       return ScriptNameEquals(a.StructName(), b.StructName());
   }
@@ -143,13 +151,10 @@ FPValue ToFP(const ScriptValue& v, int depth) {
       for (const ScriptValue& item : v.Items()) items.push_back(ToFP(item, depth + 1));
       return FPValue::Table(FPType::TYPE_VALUE_TAB, std::move(items));
     }
-    case ScriptValue::Kind::kSubAnim: {
-      Animatable* parent = v.SubAnimParent();
-      Animatable* sub = parent ? parent->SubAnim(v.SubAnimIndex()) : nullptr;
-      if (auto* c = dynamic_cast<Control*>(sub)) return FPValue(c);
-      if (auto* t = dynamic_cast<ReferenceTarget*>(sub)) return FPValue(t);
-      return FPValue();
-    }
+    case ScriptValue::Kind::kSubAnim:
+      // Published functions see the track itself; those that want an object get the one at
+      // the track when their argument converts (FromScriptValue).
+      return FPValue::SubAnimOfHandle(v.SubAnimHandle(), v.SubAnimIndex());
     case ScriptValue::Kind::kMixin: {
       FPInterface* fpi = v.AsMixin();
       return fpi ? FPValue(fpi) : FPValue();
@@ -185,6 +190,10 @@ ScriptValue::ScriptValue(const FPValue& v) {
     items.reserve(static_cast<size_t>(v.Count()));
     for (int i = 0; i < v.Count(); ++i) items.emplace_back(v.Item(i));
     *this = Array(std::move(items));
+  } else if (v.IsSubAnim()) {
+    kind_ = Kind::kSubAnim;
+    handle_ = v.AsSubAnimHandle();
+    index_ = v.AsSubAnimIndex();
   } else {
     value_ = ToScriptValue(v);
   }
@@ -233,6 +242,13 @@ ScriptValue ScriptValue::Mixin(Animatable* owner, Interface_ID id) {
   v.kind_ = Kind::kMixin;
   v.handle_ = Animatable::GetHandleByAnim(owner);
   v.mixin_id_ = id;
+  return v;
+}
+
+ScriptValue ScriptValue::Stream(std::shared_ptr<ScriptStream> stream) {
+  ScriptValue v;
+  v.kind_ = Kind::kStream;
+  v.stream_ = std::move(stream);
   return v;
 }
 
@@ -297,6 +313,8 @@ std::string ScriptValueString(const ScriptValue& v) {
 
 std::string ScriptValueText(const ScriptValue& v) {
   if (v.Is(FPType::TYPE_STRING) || v.Is(FPType::TYPE_NAME)) return v.AsString();
+  // A string stream as string is what was written to it.
+  if (const ScriptStream* st = v.AsStream(); st && st->path.empty()) return st->text;
   return ScriptValueString(v);
 }
 

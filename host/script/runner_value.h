@@ -34,8 +34,10 @@ struct ScriptFunction {
   /// Keeps def alive while the function exists.
   std::shared_ptr<const ScriptProgram> program;
   const AstNode* def = nullptr;
-  /// The scope the function was defined in; when it has ended, the function sees globals only.
-  std::weak_ptr<ScriptScope> closure;
+  /// The scope the function was defined in, kept alive by the function so that it sees the
+  /// block's locals after the block ended. A scope usually holds the functions defined in it, a
+  /// cycle that the runner breaks once no global reaches the function (end of each run).
+  std::shared_ptr<ScriptScope> closure;
 };
 
 /// A class as scripts name it: a registered class (desc set; name is its internal name) or one
@@ -45,6 +47,26 @@ struct ScriptClass {
   std::string name;
   /// A super class (helper, FloatController, ...), which cannot be called to make an object.
   bool super = false;
+};
+
+/// A file or string stream of a script (createFile, openFile, stringStream). What a script
+/// writes is kept in text and reaches a file when the stream is flushed or closed, or when the
+/// last value holding it goes; a stream opened for reading holds the file's contents.
+struct ScriptStream {
+  ScriptStream() = default;
+  ScriptStream(const ScriptStream&) = delete;
+  ScriptStream& operator=(const ScriptStream&) = delete;
+  ~ScriptStream();
+  /// Writes the pending text of a file stream (appending after what an earlier flush wrote);
+  /// false when the file cannot be written.
+  bool Flush();
+
+  std::string path;  ///< empty for a string stream
+  std::string text;
+  size_t read_pos = 0;
+  size_t flushed = 0;  ///< bytes of text already in the file
+  bool writing = false;
+  bool open = true;
 };
 
 /// Deepest nesting of arrays that printing, comparison and conversion follow; deeper levels
@@ -69,6 +91,7 @@ class ScriptValue {
     kClass,     ///< a class
     kMixin,     ///< a published interface of an object: owner and interface id
     kStruct,    ///< a global structure of functions such as maxOps
+    kStream,    ///< a file or string stream
   };
 
   /// undefined.
@@ -83,6 +106,7 @@ class ScriptValue {
   static ScriptValue Class(ScriptClass cls);
   static ScriptValue Mixin(Animatable* owner, Interface_ID id);
   static ScriptValue Struct(std::string name);
+  static ScriptValue Stream(std::shared_ptr<ScriptStream> stream);
 
   Kind GetKind() const { return kind_; }
   bool IsUndefined() const { return kind_ == Kind::kValue && value_.IsUndefined(); }
@@ -117,6 +141,8 @@ class ScriptValue {
   /// The live parent, or null (not a sub-anim, or the parent was deleted).
   Animatable* SubAnimParent() const;
   int SubAnimIndex() const { return index_; }
+  /// The handle of a sub-anim's parent, live or not.
+  AnimHandle SubAnimHandle() const { return kind_ == Kind::kSubAnim ? handle_ : 0; }
 
   ::Interval AsInterval() const { return {start_, end_}; }
   const ScriptFunction* AsFunction() const { return function_.get(); }
@@ -130,11 +156,14 @@ class ScriptValue {
   FPInterface* AsMixin() const;
 
   const std::string& StructName() const { return name_; }
+  /// The stream of a kStream, or null.
+  ScriptStream* AsStream() const { return kind_ == Kind::kStream ? stream_.get() : nullptr; }
 
   /// The value as published functions and the host's script entry take it: arrays become
   /// TYPE_VALUE_TAB tables of their converted elements (arrays nested deeper than
-  /// kMaxArrayNesting raise a script error), a sub-anim its object (a controller or
-  /// target; undefined when the track has none), a mixin its interface; intervals, functions,
+  /// kMaxArrayNesting raise a script error), a sub-anim a TYPE_SUBANIM value (parent and
+  /// number; an argument of an object type receives the object at the track), a mixin its
+  /// interface; intervals, functions,
   /// classes and structures have no published form and give undefined.
   FPValue ToFPValue() const;
 
@@ -154,6 +183,7 @@ class ScriptValue {
   std::shared_ptr<const ScriptFunction> function_;
   std::shared_ptr<const ScriptClass> class_;
   std::string name_;
+  std::shared_ptr<ScriptStream> stream_;
 };
 
 /// The value as print shows it: strings quoted, arrays as #(1, 2), sub-anims as

@@ -26,6 +26,18 @@ FPValue Tagged(FPValue v, FPType type) {
   return v;
 }
 
+// The object at a sub-anim: its controller, or its target; undefined for a track without one
+// (an un-animated parameter) or a deleted parent.
+FPValue SubAnimObject(const FPValue& v) {
+  Animatable* parent = v.AsSubAnimParent();
+  const int index = v.AsSubAnimIndex();
+  Animatable* sub = parent && index >= 0 && index < parent->NumSubs() ? parent->SubAnim(index)
+                                                                     : nullptr;
+  if (auto* c = dynamic_cast<Control*>(sub)) return FPValue(c);
+  if (auto* t = dynamic_cast<ReferenceTarget*>(sub)) return FPValue(t);
+  return FPValue();
+}
+
 FPValue TimeFromFrames(const FPValue& v) {
   const double ticks = static_cast<double>(v.AsFloat()) * GetCOREInterface()->GetTicksPerFrame();
   const double clamped =
@@ -58,6 +70,7 @@ bool IsScriptType(FPType type) {
     case TYPE_CONTROL:
     case TYPE_INTERFACE:
     case TYPE_HWND:
+    case TYPE_SUBANIM:
     case TYPE_VALUE_TAB:
       return true;
     default:
@@ -69,6 +82,9 @@ FPValue FromScriptValue(const FPValue& value, FPType type, const FPEnumDef* enum
   using enum FPType;
   const FPType given = value.Type();
   if (type == TYPE_VALUE) return value;
+  // A track given where an object is wanted stands for the object at the track.
+  if (given == TYPE_SUBANIM && (type == TYPE_INODE || type == TYPE_REFTARG || type == TYPE_CONTROL))
+    return FromScriptValue(SubAnimObject(value), type, enums);
   if (IsTab(type)) {
     if (!value.IsTab()) throw ConversionError(value, type);
     std::vector<FPValue> items;

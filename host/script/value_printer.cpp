@@ -1,6 +1,7 @@
 // Copyright Marvolith contributors.
 #include "host/script/value_printer.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cinttypes>
 #include <cstdio>
@@ -203,6 +204,17 @@ void Print(const FPValue& v, std::string& out) {
       char buf[32];
       std::snprintf(buf, sizeof(buf), "%" PRIdPTR, reinterpret_cast<intptr_t>(v.AsHWnd()));
       out += v.IsNullPointer() ? "undefined" : buf;
+      return;
+    }
+    case TYPE_SUBANIM: {
+      Animatable* parent = v.AsSubAnimParent();
+      if (!parent || v.AsSubAnimIndex() < 0 || v.AsSubAnimIndex() >= parent->NumSubs()) {
+        out += "<Deleted SubAnim>";
+        return;
+      }
+      std::string name = parent->SubAnimName(v.AsSubAnimIndex());
+      std::replace(name.begin(), name.end(), ' ', '_');
+      out += "SubAnim:" + name;
       return;
     }
     case TYPE_VALUE_TAB:

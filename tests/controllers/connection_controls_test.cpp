@@ -299,7 +299,9 @@ TEST_F(ConnectionTest, ScriptTargetsAreUndoable) {
   EXPECT_EQ(c->GetTargetAnim(), Pos(driver));
   EXPECT_EQ(c->GetTargetSubNum(), 2);
   EXPECT_EQ(theHold.UndoName(), "Float Connection Change");
-  EXPECT_EQ(CallFunction(fpi, "GetTarget", {}).value.AsControl(), z);
+  const FPValue track = CallFunction(fpi, "GetTarget", {}).value;
+  EXPECT_EQ(track.AsSubAnimParent(), Pos(driver));
+  EXPECT_EQ(track.AsSubAnimIndex(), 2);
   const FPValue as_controller[] = {FPValue(true)};
   EXPECT_TRUE(CallFunction(fpi, "GetTarget", as_controller).value.IsUndefined())
       << "the controller form needs two-way";

@@ -14,6 +14,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "host/params/param_types.h"
 #include "host/script/runner.h"
 #include "host/script/runner_lexer.h"
 #include "host/script/script_errors.h"
@@ -140,6 +141,49 @@ void AssignSubAnimController(Animatable* parent, int index, const ScriptValue& c
 ScriptValue ControllerValue(Control* c, TimeValue t);
 /// The value of an object as a script value (a node, controller or target).
 ScriptValue ObjectValue(Animatable* anim);
+/// The nodes of a node or an array of nodes; raises a conversion error for anything else.
+std::vector<INode*> NodesOf(const ScriptValue& v);
+/// The position, rotation or scale track controller of a node's transform controller (pos,
+/// position, rotation, scale), as GetPositionController and its siblings answer it, so that a
+/// controller that hands out a proxy (the gimbal proxy of a rig transform) is seen as the host's
+/// script sees it. False when v is not a node or name is none of these.
+bool NodePartController(const ScriptValue& v, std::string_view name, ScriptValue& out);
+/// Properties of controllers beyond their parameters: axisOrder of Euler tracks, the list
+/// controllers' count, active, available and weight. False when name is none of them.
+bool GetControllerExtra(Control* c, std::string_view name, ScriptValue& out);
+bool SetControllerExtra(Control* c, std::string_view name, const ScriptValue& v);
+/// Methods of list controllers (getName, setName, setActive, getActive, delete, count): false
+/// when obj is not a list controller or name is none of them.
+bool CallListMethod(const ScriptValue& obj,
+                    std::string_view name,
+                    std::span<const ScriptValue> args,
+                    ScriptValue& out);
+
+// The coordinate system of `in coordsys` (runner_library.cpp).
+/// Makes v (#world, #parent, #local, #screen, #grid, #gimbal, a node or a matrix) the current
+/// coordinate system until the matching PopCoordSys; raises for anything else.
+void PushCoordSys(const ScriptValue& v);
+void PopCoordSys();
+/// True inside `in coordsys` with a system other than world.
+bool HasCoordSys();
+/// The axes of the current coordinate system for node at t, without scale: the identity for
+/// world (and for the view-based systems, which a headless host has no view for).
+Matrix3 CoordSysAxes(INode* node, TimeValue t);
+/// The frame that positions are read and written in: as CoordSysAxes, but with the parent's
+/// whole transform for parent, so that a child's position reads as the parent's controller sees
+/// it.
+Matrix3 CoordSysFrame(INode* node, TimeValue t);
+/// Registers the functions of runner_library.cpp (scene edits, files, shapes, undo).
+void RegisterLibraryGlobals();
+
+// Custom attributes (runner_attributes.cpp).
+/// The custom attribute of anim's container whose name is name (without case), or undefined.
+ScriptValue AttribByName(Animatable* anim, std::string_view name);
+/// Registers custAttributes.add, count, get, delete and getDefs.
+void RegisterAttributeGlobals();
+/// v as an entry of a parameter of type (a base type) takes it; raises when it does not convert.
+FPValue ConvertParamValue(ParamType2 type, const ScriptValue& v);
+
 /// The nodes of the open scene, parents first.
 std::vector<INode*> AllNodes();
 /// The node called name (compared without case), or null.
@@ -199,6 +243,7 @@ class ScriptRunner::Impl {
   ScriptValue EvalContext(const AstNode& n);
   ScriptValue EvalFunction(const AstNode& n);
   ScriptValue EvalCase(const AstNode& n);
+  ScriptValue EvalAttributes(const AstNode& n);
 
   ScriptValue CallMethod(const ScriptValue& obj,
                          std::string_view name,
@@ -227,6 +272,9 @@ class ScriptRunner::Impl {
 
   /// Deletes the objects the script made that nothing holds: no reference, no global, not keep.
   void CollectGarbage(const ScriptValue* keep = nullptr);
+  /// Empties the scopes that functions captured and that no global (nor keep) reaches, which
+  /// breaks the cycles of scopes and the functions defined in them; all of them when all is set.
+  void ReleaseClosures(const ScriptValue* keep, bool all);
 
   class ScopeSwap;
   class ProgramSwap;
@@ -236,6 +284,7 @@ class ScriptRunner::Impl {
   std::vector<TimeValue> times_;
   std::vector<std::string> exceptions_;
   std::vector<AnimHandle> created_;
+  std::vector<std::weak_ptr<ScriptScope>> captured_;  // scopes that functions closed over
   std::uintptr_t stack_base_ = 0;  // frame address of the outermost Run
   long long steps_ = 0;
   int depth_ = 0;

@@ -12,6 +12,10 @@
 
 #include "host/scene/core_interface.h"
 #include "host/script/runner.h"
+#include "host/script/script_errors.h"
+#include "host/script/script_value.h"
+#include "host/script/value_printer.h"
+#include "host/scene/inode.h"
 #include "host/undo/hold.h"
 #include "tests/host/script/runner_test_objects.h"
 
@@ -52,6 +56,34 @@ class RunnerLibraryTest : public ::testing::Test {
   std::string out;
   ScriptRunner runner;
 };
+
+TEST_F(RunnerLibraryTest, SubAnimsReachPublishedFunctionsAsTracks) {
+  ScriptResult r = runner.Run("p = Point name:\"p\"\np[#pos]");
+  ASSERT_TRUE(r.ok) << r.ErrorText();
+  const FPValue track = r.value.ToFPValue();
+  ASSERT_TRUE(track.IsSubAnim());
+  INode* node = GetCOREInterface()->GetINodeByName("p");
+  ASSERT_NE(node, nullptr);
+  EXPECT_EQ(track.AsSubAnimParent(), node->GetTMController());
+  // An argument that wants an object gets the one at the track; a number does not convert.
+  EXPECT_EQ(FromScriptValue(track, FPType::TYPE_CONTROL).AsControl(),
+            node->GetTMController()->GetPositionController());
+  EXPECT_THROW(FromScriptValue(track, FPType::TYPE_FLOAT), MAXScriptException);
+  // Back in script form it is the same track, and prints as one.
+  EXPECT_TRUE(ScriptEquals(ScriptValue(track), r.value));
+  EXPECT_EQ(ToScriptString(track), "SubAnim:Position");
+  GetCOREInterface()->DeleteNode(node, false);
+  EXPECT_EQ(track.AsSubAnimParent(), nullptr) << "the parent went with its node";
+  EXPECT_EQ(ToScriptString(track), "<Deleted SubAnim>");
+}
+
+TEST_F(RunnerLibraryTest, CoordSysNestsAndEndsWithItsBody) {
+  Show("a = Point name:\"a\"; b = Point name:\"b\"; b.parent = a; a.pos = [0, 0, 5]");
+  EXPECT_EQ(Show("in coordsys parent (in coordsys world b.pos) + b.pos"), "[0,0,5]");
+  EXPECT_EQ(Error("in coordsys parent (throw \"x\")"), "Runtime error: x");
+  EXPECT_EQ(Show("b.pos"), "[0,0,5]") << "an error leaves the coordinate system";
+  EXPECT_EQ(Error("max"), "Syntax error: at end of script, expected a command name");
+}
 
 TEST_F(RunnerLibraryTest, Strings) {
   Expect({

@@ -521,5 +521,21 @@ TEST_F(RunnerTest, FuzzSeedsParse) {
   }
 }
 
+TEST_F(RunnerTest, ClosuresOutliveTheirBlockAndRunsWhileAGlobalHoldsThem) {
+  // A global keeps the closure's block alive into later runs.
+  Run("counter = (local n = 0; fn step = (n += 1; n))");
+  EXPECT_EQ(Show("counter()"), "1");
+  EXPECT_EQ(Show("counter()"), "2");
+  // A closure that only the run's value held is released at the next run's end; one the new
+  // global replaced too. What a released closure saw is gone, never dangling.
+  Run("counter = 5");
+  EXPECT_EQ(Show("f = (local x = 3; fn g = x); f()"), "3");
+  EXPECT_EQ(Show("(local y = 4; fn h = y)()"), "4");
+  {
+    SCOPED_TRACE("a closure made inside a nested run");
+    EXPECT_EQ(Show("execute \"k = (local z = 9; fn kz = z)\"; k()"), "9");
+  }
+}
+
 }  // namespace
 }  // namespace marvolith::test
