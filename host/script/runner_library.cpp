@@ -667,8 +667,8 @@ bool GetControllerExtra(Control* c, std::string_view name, ScriptValue& out) {
   } else if (Named(name, "active")) {
     out = FPValue(list->GetActive() + 1);
   } else if (Named(name, "available")) {
-    // The empty slot after the last item: assigning its controller appends.
-    out = ScriptValue::SubAnim(c, list->GetListCount());
+    // The empty slot after the items and their weight tracks: assigning its controller appends.
+    out = ScriptValue::SubAnim(c, 2 * list->GetListCount());
   } else if (Named(name, "weight")) {
     std::vector<ScriptValue> weights;
     for (int i = 0; i < list->GetListCount(); ++i)
