@@ -543,39 +543,12 @@ ScriptValue ToUpperFn(ScriptCall& call) {
   return FPValue(s);
 }
 
-// Wildcards: * any run, ? one character. Iterative, with one backtrack point.
-bool Match(const std::string& s, const std::string& p) {
-  size_t i = 0, j = 0, star = std::string::npos, mark = 0;
-  while (i < s.size()) {
-    if (j < p.size() && (p[j] == '?' || p[j] == s[i])) {
-      ++i;
-      ++j;
-    } else if (j < p.size() && p[j] == '*') {
-      star = j++;
-      mark = i;
-    } else if (star != std::string::npos) {
-      j = star + 1;
-      i = ++mark;
-    } else {
-      return false;
-    }
-  }
-  while (j < p.size() && p[j] == '*') ++j;
-  return j == p.size();
-}
-
 ScriptValue MatchPattern(ScriptCall& call) {
   call.ExpectArgs(1, 1);
   const ScriptValue* pattern = call.Key("pattern");
   if (!pattern) Raise("Runtime error: matchPattern needs pattern:");
   const bool ignore_case = KeyBool(call, "ignoreCase", true);
-  std::string s = Text(call, 0);
-  std::string p = ToText(*pattern);
-  if (ignore_case) {
-    s = Lower(s);
-    p = Lower(p);
-  }
-  return FPValue(Match(s, p));
+  return FPValue(WildcardMatch(Text(call, 0), ToText(*pattern), ignore_case));
 }
 
 ScriptValue SubstituteString(ScriptCall& call) {

@@ -438,29 +438,6 @@ ScriptValue DoesFileExist(ScriptCall& call) {
   return FPValue(std::filesystem::exists(ToText(call.Arg(0)), ec));
 }
 
-// A file-name wildcard: * any run, ? one character, compared without case.
-bool Wildcard(std::string_view s, std::string_view p) {
-  size_t si = 0, pi = 0, star = std::string_view::npos, mark = 0;
-  auto eq = [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) ==
-                                        std::tolower(static_cast<unsigned char>(b)); };
-  while (si < s.size()) {
-    if (pi < p.size() && (p[pi] == '?' || eq(p[pi], s[si]))) {
-      ++si;
-      ++pi;
-    } else if (pi < p.size() && p[pi] == '*') {
-      star = pi++;
-      mark = si;
-    } else if (star != std::string_view::npos) {
-      pi = star + 1;
-      si = ++mark;
-    } else {
-      return false;
-    }
-  }
-  while (pi < p.size() && p[pi] == '*') ++pi;
-  return pi == p.size();
-}
-
 ScriptValue GetFiles(ScriptCall& call) {
   call.ExpectArgs(1, 1);
   const std::filesystem::path pattern(ToText(call.Arg(0)));
@@ -470,7 +447,7 @@ ScriptValue GetFiles(ScriptCall& call) {
   std::vector<std::string> found;
   std::error_code ec;
   for (std::filesystem::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
-    if (it->is_regular_file(ec) && Wildcard(it->path().filename().string(), name))
+    if (it->is_regular_file(ec) && WildcardMatch(it->path().filename().string(), name, true))
       found.push_back((pattern.parent_path() / it->path().filename()).string());
   }
   std::sort(found.begin(), found.end());
@@ -810,6 +787,32 @@ void RegisterLibraryGlobals() {
       [](ScriptRunner&, const ScriptValue& v) {
         GetCOREInterface()->SetPivotMode(FindMode(kPivotModes, v, "maxOps.pivotMode"));
       });
+}
+
+bool WildcardMatch(std::string_view s, std::string_view p, bool ignore_case) {
+  auto same = [ignore_case](char a, char b) {
+    if (!ignore_case) return a == b;
+    return std::tolower(static_cast<unsigned char>(a)) ==
+           std::tolower(static_cast<unsigned char>(b));
+  };
+  // Iterative, with one backtrack point at the last star.
+  size_t si = 0, pi = 0, star = std::string_view::npos, mark = 0;
+  while (si < s.size()) {
+    if (pi < p.size() && (p[pi] == '?' || same(p[pi], s[si]))) {
+      ++si;
+      ++pi;
+    } else if (pi < p.size() && p[pi] == '*') {
+      star = pi++;
+      mark = si;
+    } else if (star != std::string_view::npos) {
+      pi = star + 1;
+      si = ++mark;
+    } else {
+      return false;
+    }
+  }
+  while (pi < p.size() && p[pi] == '*') ++pi;
+  return pi == p.size();
 }
 
 }  // namespace script_internal

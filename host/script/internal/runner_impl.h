@@ -184,6 +184,9 @@ void RegisterAttributeGlobals();
 /// v as an entry of a parameter of type (a base type) takes it; raises when it does not convert.
 FPValue ConvertParamValue(ParamType2 type, const ScriptValue& v);
 
+/// Wildcard match of s against p: * any run, ? one character; case-blind when ignore_case.
+bool WildcardMatch(std::string_view s, std::string_view p, bool ignore_case);
+
 /// The nodes of the open scene, parents first.
 std::vector<INode*> AllNodes();
 /// The node called name (compared without case), or null.
