@@ -257,6 +257,13 @@ TEST_F(ParamBlockTest, SubAnimsAndReferencesFollowTables) {
   EXPECT_EQ(pb->GetAnimNum(kAnimFloatTab, 2), 4);
   auto* c = new FakeFloat();
   ASSERT_TRUE(pb->CanAssignController(3));
+  // A parameter without a controller still shows a track, so walks over the tracks meet it.
+  Animatable* plain = pb->SubAnim(3);
+  ASSERT_NE(plain, nullptr);
+  EXPECT_EQ(plain->SuperClassID(), PARAM_VALUE_SUPER_CLASS_ID);
+  EXPECT_EQ(plain->ClassID(), PARAM_VALUE_CLASS_ID);
+  EXPECT_EQ(plain->NumKeys(), NOT_KEYFRAMEABLE);
+  EXPECT_EQ(pb->SubAnim(5), nullptr) << "past the last entry";
   ASSERT_TRUE(pb->AssignController(c, 3));
   EXPECT_EQ(pb->GetController(kAnimFloatTab, 1), c);
   EXPECT_EQ(pb->SubAnim(3), c);
