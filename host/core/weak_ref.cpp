@@ -122,11 +122,15 @@ bool WeakRefOwner::SetWeakCount(int slot, int count) {
   auto& tab = slots_[static_cast<size_t>(slot)];
   if (tab.Count() == count) return true;
   HoldLayout();
+  Resize(tab, count);
+  return true;
+}
+
+void WeakRefOwner::Resize(Tab<RefTargMonitorRefMaker*>& tab, int count) {
   for (int i = count; i < tab.Count(); ++i) delete tab[i];
   const int old = tab.Count();
   tab.SetCount(count);
   for (int i = old; i < count; ++i) tab[i] = MakeMonitor(nullptr);
-  return true;
 }
 
 WeakRefOwner::Layout WeakRefOwner::GetLayout() const {
@@ -142,10 +146,7 @@ void WeakRefOwner::SetLayout(const Layout& layout) {
   for (size_t s = 0; s < slots_.size() && s < layout.size(); ++s) {
     auto& tab = slots_[s];
     const int want = static_cast<int>(layout[s].size());
-    for (int i = want; i < tab.Count(); ++i) delete tab[i];
-    const int old = tab.Count();
-    tab.SetCount(want);
-    for (int i = old; i < want; ++i) tab[i] = MakeMonitor(nullptr);
+    Resize(tab, want);
     for (int i = 0; i < want; ++i) {
       auto* target = static_cast<ReferenceTarget*>(
           Animatable::FindAnimIncludingDeleted(layout[s][static_cast<size_t>(i)]));
@@ -189,9 +190,8 @@ IOResult WeakRefOwner::LoadWeakSlots(ILoad* iload) {
     std::int32_t n = 0;
     if (iload->Read(&n, sizeof(n), &read) != IO_OK || read != sizeof(n)) return IO_ERROR;
     if (n < 0 || static_cast<ULONG>(n) > kMaxLoadedEntries) return IO_ERROR;
-    for (RefTargMonitorRefMaker* m : tab) delete m;
-    tab.SetCount(n);
-    for (int i = 0; i < n; ++i) tab[i] = MakeMonitor(nullptr);
+    Resize(tab, 0);  // what the file gives starts empty
+    Resize(tab, n);
   }
   return IO_OK;
 }

@@ -126,6 +126,8 @@ class WeakRefOwner : public IRefTargMonitor, public IIndirectReferenceMaker {
   void HoldLayout();
   bool Locate(RefTargMonitorRefMaker* caller, int& slot, int& index) const;
   RefTargMonitorRefMaker* MakeMonitor(RefTargetHandle target);
+  // Deletes the monitors past count, or adds empty ones up to it; no undo record.
+  void Resize(Tab<RefTargMonitorRefMaker*>& tab, int count);
 
   std::vector<Tab<RefTargMonitorRefMaker*>> slots_;
   bool in_process_ = false;

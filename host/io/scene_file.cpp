@@ -239,6 +239,15 @@ class LoadJob {
     ULONG read = 0;
     return len == 0 || (loader_.Read(out.data(), len, &read) == IO_OK && read == len);
   }
+  // A list written as its count followed by its entries: the entries, or false when the count
+  // does not match.
+  bool ReadCountedInts(std::vector<std::int32_t>& out) {
+    std::vector<std::int32_t> v;
+    if (!ReadInts(v) || v.empty() || v[0] < 0 || static_cast<size_t>(v[0]) != v.size() - 1)
+      return false;
+    out.assign(v.begin() + 1, v.end());
+    return true;
+  }
   ReferenceTarget* Obj(std::int32_t id) {
     return id >= 0 && id < static_cast<std::int32_t>(objects_.size())
                ? objects_[static_cast<size_t>(id)].obj
@@ -360,18 +369,12 @@ bool LoadJob::ReadObject() {
     } else if (!lo) {
       return Damaged();  // the class comes first
     } else if (id == kRefsChunk) {
-      std::vector<std::int32_t> v;
-      if (!ReadInts(v) || v.empty() || v[0] < 0 || static_cast<size_t>(v[0]) != v.size() - 1)
-        return Damaged();
-      lo->refs.assign(v.begin() + 1, v.end());
+      if (!ReadCountedInts(lo->refs)) return Damaged();
       lo->has_refs = true;
       if (hii::UnknownClassData* unknown = hii::AsUnknownClass(lo->obj))
         unknown->SetSlotCount(static_cast<int>(lo->refs.size()));
     } else if (id == kIndirectRefsChunk) {
-      std::vector<std::int32_t> v;
-      if (!ReadInts(v) || v.empty() || v[0] < 0 || static_cast<size_t>(v[0]) != v.size() - 1)
-        return Damaged();
-      lo->indirect.assign(v.begin() + 1, v.end());
+      if (!ReadCountedInts(lo->indirect)) return Damaged();
     } else if (id == kCustAttribChunk) {
       if (!ReadValue(lo->cust_attrib)) return Damaged();
     } else if (id == kBaseStateChunk) {

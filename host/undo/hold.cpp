@@ -69,10 +69,7 @@ void Hold::RestoreRange(size_t from, int is_undo) {
   for (size_t i = from; i < open_.size(); ++i) open_[i]->EndHold();
 }
 
-void Hold::Cancel() {
-  if (levels_.empty()) return;
-  size_t from = levels_.back();
-  levels_.pop_back();
+void Hold::RestoreAndDrop(size_t from) {
   RestoreRange(from, 0);
   std::vector<std::unique_ptr<RestoreObj>> dropped(std::make_move_iterator(open_.begin() + from),
                                                    std::make_move_iterator(open_.end()));
@@ -82,16 +79,16 @@ void Hold::Cancel() {
   dropped.clear();
 }
 
-void Hold::Restore() {
+void Hold::Cancel() {
   if (levels_.empty()) return;
   size_t from = levels_.back();
-  RestoreRange(from, 0);
-  std::vector<std::unique_ptr<RestoreObj>> dropped(std::make_move_iterator(open_.begin() + from),
-                                                   std::make_move_iterator(open_.end()));
-  open_.resize(from);
-  if (held_cleared_ > from) held_cleared_ = from;
-  HoldSuspend guard;
-  dropped.clear();
+  levels_.pop_back();
+  RestoreAndDrop(from);
+}
+
+void Hold::Restore() {
+  if (levels_.empty()) return;
+  RestoreAndDrop(levels_.back());
 }
 
 bool Hold::Undo() {

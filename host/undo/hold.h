@@ -90,6 +90,8 @@ class Hold {
     std::vector<std::unique_ptr<RestoreObj>> records;
   };
   void RestoreRange(size_t from, int is_undo);
+  // Restores the open records from index from on and drops them (cancel and drag restore).
+  void RestoreAndDrop(size_t from);
   void Trim();
 
   struct Capture {
