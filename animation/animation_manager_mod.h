@@ -5,11 +5,11 @@
 
 #include <vector>
 
-#include "host/io/ref_slot_check.h"
 #include "host/params/iparam_block2.h"
 #include "host/registry/class_desc.h"
 #include "host/scene/object.h"
 #include "plugin/animation_manager_params.h"
+#include "support/ref_slot_check.h"
 
 namespace marvolith {
 

@@ -125,7 +125,7 @@ BENCHMARK(BM_PRSKeyed);
 }  // namespace
 
 // --- Scene: node world transforms of a keyed hierarchy ---------------------------------------
-#include "host/registry/host_classes.h"
+#include "host/app/host_classes.h"
 #include "host/scene/demo_scene.h"
 #include "host/scene/inode.h"
 

@@ -2,6 +2,8 @@
 #include "controllers/block_std_control.h"
 
 #include "host/io/chunk_io.h"
+#include "support/chunk_helpers.h"
+#include "support/lock_chunk.h"
 
 namespace marvolith {
 

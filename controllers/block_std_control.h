@@ -7,6 +7,7 @@
 #include "host/io/chunk_io.h"
 #include "host/params/iparamb2.h"
 #include "host/registry/class_desc.h"
+#include "support/lock_chunk.h"
 
 namespace marvolith {
 

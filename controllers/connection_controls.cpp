@@ -10,14 +10,17 @@
 
 #include "controllers/float_math.h"
 #include "host/controllers/std_control.h"
+#include "host/core/cust_attrib.h"
 #include "host/math/affine.h"
 #include "host/math/euler.h"
 #include "host/scene/core_interface.h"
-#include "host/scene/cust_attrib.h"
 #include "host/scene/inode.h"
 #include "host/script/script_errors.h"
 #include "host/undo/hold.h"
 #include "plugin/class_table.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
+#include "support/lock_chunk.h"
 
 namespace marvolith {
 namespace {

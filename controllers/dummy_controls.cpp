@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "plugin/strings.h"
+#include "support/chunk_helpers.h"
 
 namespace marvolith {
 namespace {

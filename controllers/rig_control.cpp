@@ -20,6 +20,9 @@
 #include "host/undo/hold.h"
 #include "plugin/animation_manager_params.h"
 #include "plugin/strings.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
+#include "support/lock_chunk.h"
 
 namespace marvolith {
 namespace am = animation_manager;

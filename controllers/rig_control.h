@@ -4,11 +4,12 @@
 // gimbal proxy; its published interface IRigControl; and the module-wide switches it reads.
 #pragma once
 
-#include "host/controllers/compound_control.h"
 #include "host/io/chunk_io.h"
-#include "host/io/ref_slot_check.h"
 #include "host/script/fp_interface.h"
 #include "plugin/class_table.h"
+#include "support/compound_control.h"
+#include "support/lock_chunk.h"
+#include "support/ref_slot_check.h"
 
 class IParamBlock2;
 class INode;

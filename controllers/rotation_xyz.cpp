@@ -11,6 +11,8 @@
 #include "host/math/matrix3.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
 
 namespace marvolith {
 namespace {

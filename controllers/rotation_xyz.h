@@ -6,11 +6,11 @@
 #include <memory>
 #include <vector>
 
-#include "host/controllers/compound_control.h"
 #include "host/controllers/control_interfaces.h"
 #include "host/math/point3.h"
 #include "host/math/quat.h"
 #include "plugin/class_table.h"
+#include "support/compound_control.h"
 
 namespace marvolith {
 

@@ -12,6 +12,8 @@
 #include "host/io/chunk_io.h"
 #include "host/math/affine.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
 
 namespace marvolith {
 namespace {

@@ -8,6 +8,8 @@
 #include "host/math/affine.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
 
 namespace marvolith {
 

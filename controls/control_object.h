@@ -6,8 +6,8 @@
 
 #include "controls/shape_library.h"
 #include "host/core/bit_array.h"
+#include "host/gfx/create_mouse_callback.h"
 #include "host/params/iparamb2.h"
-#include "host/scene/create_mouse_callback.h"
 #include "host/scene/object.h"
 #include "host/script/fp_interface.h"
 

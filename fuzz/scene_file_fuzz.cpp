@@ -8,13 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "host/io/scene_file.h"
-#include "host/registry/host_classes.h"
+#include "host/app/host_classes.h"
+#include "host/app/scene_file.h"
+#include "host/interpreter/scripted_attrib.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/scene.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const bool registered = (RegisterHostClasses(), true);
+  static const bool registered = (RegisterHostClasses(), RegisterScriptedAttribClass(), true);
   (void)registered;
   Interface* ip = GetCOREInterface();
   ip->Reset();

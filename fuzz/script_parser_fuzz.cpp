@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "host/script/runner_parser.h"
+#include "host/interpreter/runner_parser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);

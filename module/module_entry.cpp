@@ -1,7 +1,7 @@
 // Copyright Marvolith contributors.
 #include "module/module_entry.h"
 
-#include "host/registry/plugin_loader.h"
+#include "host/registry/plugin_api.h"
 #include "module/class_list.h"
 #include "module/lifecycle.h"
 #include "plugin/class_table.h"

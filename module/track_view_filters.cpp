@@ -4,7 +4,7 @@
 #include "host/core/reference.h"
 #include "host/params/iparam_block2.h"
 #include "host/scene/core_interface.h"
-#include "host/scene/track_view_filter.h"
+#include "host/script/track_view_filter.h"
 #include "plugin/animation_layers_params.h"
 #include "plugin/class_table.h"
 #include "plugin/strings.h"

@@ -3,7 +3,7 @@
 // code that reads a stack without depending on the layer classes (the Track View filter).
 #pragma once
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 
 namespace marvolith::animation_layers {
 

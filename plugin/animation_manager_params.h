@@ -3,7 +3,7 @@
 // that read a node's mirror settings and root flag (the rig transform, the rig's root walk).
 #pragma once
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 
 class INode;
 class IParamBlock2;

@@ -3,7 +3,7 @@
 // reads them through LibClassDesc. The order is part of the contract and is never sorted.
 #pragma once
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 #include "host/registry/class_desc.h"
 
 namespace marvolith {

@@ -7,7 +7,7 @@
 #include "host/io/ini_file.h"
 #include "host/scene/core_interface.h"
 #include "host/script/fp_value.h"
-#include "host/script/runner.h"
+#include "host/script/script_entry.h"
 
 namespace marvolith {
 namespace {

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs dependencies, builds and runs the whole test suite: the release preset, the
-# address+undefined sanitizer preset, then a short run of each fuzz target on its seed corpus.
+# Installs dependencies, checks the layer map, builds and runs the whole test suite: the release
+# preset, the address+undefined sanitizer preset, then a short run of each fuzz target on its
+# seed corpus.
 # Benchmarks are built (so none rots) but not run.
 #
 #   ./scripts/test.sh                 everything
@@ -9,6 +10,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh
+# The layer map first: it takes a second and names the include that breaks it.
+./scripts/check-layers.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 stages=("${@:-release asan fuzz}")
 for stage in ${stages[@]}; do

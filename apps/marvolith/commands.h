@@ -5,8 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "host/app/plugin_loader.h"
 #include "host/math/interval.h"
-#include "host/registry/plugin_loader.h"
 
 namespace marvolith::cli {
 

@@ -6,12 +6,12 @@
 #include <vector>
 
 #include "apps/marvolith/commands.h"
+#include "host/app/scene_file.h"
 #include "host/gfx/view_exp.h"
-#include "host/io/scene_file.h"
+#include "host/interpreter/runner.h"
 #include "host/math/interval.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
-#include "host/script/runner.h"
 
 namespace marvolith::cli {
 namespace {

@@ -7,8 +7,9 @@
 #include <string_view>
 
 #include "apps/marvolith/commands.h"
-#include "host/registry/host_classes.h"
-#include "host/registry/plugin_loader.h"
+#include "host/app/host_classes.h"
+#include "host/app/plugin_loader.h"
+#include "host/interpreter/scripted_attrib.h"
 
 namespace marvolith::cli {
 namespace {
@@ -67,6 +68,7 @@ const LoadedPlugin* RequireModule() {
 
 ModuleSession::ModuleSession(int argc, char** argv) {
   RegisterHostClasses();
+  RegisterScriptedAttribClass();
   g_module_path = FindModulePath(argc, argv);
   if (LoadPlugin(g_module_path, &g_module_error)) NotifySystemStartup();
 }

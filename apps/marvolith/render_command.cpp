@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "apps/marvolith/commands.h"
+#include "host/app/scene_file.h"
 #include "host/gfx/draw_scene.h"
 #include "host/gfx/headless_viewport.h"
-#include "host/io/scene_file.h"
 #include "host/render/render.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/scene.h"

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "apps/marvolith/commands.h"
-#include "host/io/scene_file.h"
-#include "host/registry/host_classes.h"
+#include "host/app/host_classes.h"
+#include "host/app/scene_file.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/demo_scene.h"
 #include "host/scene/inode.h"

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "apps/marvolith/commands.h"
-#include "host/io/scene_file.h"
-#include "host/script/runner.h"
+#include "host/app/scene_file.h"
+#include "host/interpreter/runner.h"
 
 namespace marvolith::cli {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "apps/marvolith/commands.h"
-#include "controls/shape_sheet.h"
+#include "apps/marvolith/shape_sheet.h"
 
 namespace marvolith::cli {
 

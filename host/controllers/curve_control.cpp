@@ -5,9 +5,10 @@
 #include <cmath>
 #include <cstdint>
 
-#include "host/io/chunk_io.h"
 #include "host/registry/class_desc.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
 
 namespace {
 

@@ -10,9 +10,11 @@
 
 #include "host/controllers/curve_core.h"
 #include "host/controllers/internal/value_ops.h"
+#include "host/core/clock.h"
 #include "host/registry/class_desc.h"
-#include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
+#include "support/hold_record.h"
+#include "support/lock_chunk.h"
 
 namespace hci = host_controllers_internal;
 namespace kd = keyframe_detail;
@@ -817,7 +819,7 @@ void KeyframeControl<Traits>::DeleteKeys(DWORD flags) {
   }
   if (!any) return;
   HoldState();
-  if (all) value_ = CurrentValue(GetCOREInterface()->GetTime());
+  if (all) value_ = CurrentValue(TheAnimClock().Time());
   EraseKeys(erase);
   NotifyChange();
 }
@@ -827,7 +829,7 @@ void KeyframeControl<Traits>::DeleteKeyByIndex(int index) {
   if (GetLocked() || index < 0 || index >= NumKeys()) return;
   Prepare();
   HoldState();
-  if (keys_.size() == 1) value_ = CurrentValue(GetCOREInterface()->GetTime());
+  if (keys_.size() == 1) value_ = CurrentValue(TheAnimClock().Time());
   std::vector<bool> erase(keys_.size(), false);
   erase[index] = true;
   EraseKeys(erase);
@@ -1011,7 +1013,7 @@ void KeyframeControl<Traits>::Copy(Control* from) {
     if (same_kind) {
       Value v = hci::Identity<Value>();
       Interval iv = FOREVER;
-      from->GetValue(GetCOREInterface()->GetTime(), &v, iv, CTRL_ABSOLUTE);
+      from->GetValue(TheAnimClock().Time(), &v, iv, CTRL_ABSOLUTE);
       keys_.clear();
       cache_.clear();
       value_ = v;

@@ -8,7 +8,8 @@
 #include "host/controllers/internal/controller_desc.h"
 #include "host/controllers/internal/state_restore.h"
 #include "host/controllers/internal/value_ops.h"
-#include "host/scene/core_interface.h"
+#include "host/core/clock.h"
+#include "support/lock_chunk.h"
 
 namespace hci = host_controllers_internal;
 

@@ -4,9 +4,9 @@
 
 #include <vector>
 
-#include "host/controllers/compound_control.h"
 #include "host/controllers/control_interfaces.h"
 #include "host/io/chunk_io.h"
+#include "support/compound_control.h"
 
 class ClassDesc2;
 

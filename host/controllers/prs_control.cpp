@@ -4,8 +4,9 @@
 #include "host/controllers/controller_classes.h"
 #include "host/controllers/internal/controller_desc.h"
 #include "host/controllers/internal/state_restore.h"
+#include "host/core/clock.h"
 #include "host/math/affine.h"
-#include "host/scene/core_interface.h"
+#include "support/lock_chunk.h"
 
 namespace hci = host_controllers_internal;
 
@@ -167,7 +168,7 @@ void PRSControl::Copy(Control* from) {
   }
   if (missing && from->SuperClassID() == CTRL_MATRIX3_CLASS_ID) {
     // The parts it lacks come from its local matrix (the world under an identity parent).
-    const TimeValue now = GetCOREInterface()->GetTime();
+    const TimeValue now = TheAnimClock().Time();
     Matrix3 local;
     Interval ignored = FOREVER;
     from->GetValue(now, &local, ignored, CTRL_RELATIVE);

@@ -2,8 +2,8 @@
 // PRS: the host's position/rotation/scale transform controller.
 #pragma once
 
-#include "host/controllers/compound_control.h"
 #include "host/io/chunk_io.h"
+#include "support/compound_control.h"
 
 class ClassDesc2;
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "host/controllers/internal/value_ops.h"
-#include "host/scene/core_interface.h"
+#include "host/core/clock.h"
 
 namespace hci = host_controllers_internal;
 
@@ -64,7 +64,7 @@ void ExtrapolateAs(
     case ORT_LINEAR: {
       // The slope over the last frame inside the range (the whole range when shorter).
       std::int64_t period = std::int64_t(range.End()) - range.Start();
-      std::int64_t h = std::min<std::int64_t>(period, GetCOREInterface()->GetTicksPerFrame());
+      std::int64_t h = std::min<std::int64_t>(period, TheAnimClock().TicksPerFrame());
       TimeValue inner = static_cast<TimeValue>(before ? end + h : end - h);
       V v_end, v_inner;
       c.GetValueLocalTime(end, &v_end, ignored);

@@ -1,6 +1,6 @@
 // Copyright Marvolith contributors.
 // StdControl, the base of single-value controllers that applies out-of-range types around the
-// value a subclass holds, and LockableControl, a Control with the locked-track interface.
+// value a subclass holds.
 #pragma once
 
 #include <cstddef>
@@ -75,34 +75,6 @@ class StdControl : public Control {
   int ort_after_ = ORT_CONSTANT;
   bool orts_enabled_ = true;
 };
-
-/// A Control with the locked-track interface (GetInterface(I_LOCKED)).
-class LockableControl : public Control, public ILockedTrackImp {
- public:
-  void* GetInterface(ULONG id) override {
-    if (id == I_LOCKED) return static_cast<ILockedTrack*>(this);
-    return Control::GetInterface(id);
-  }
-  using Control::GetInterface;
-};
-
-/// The chunk that holds a track's locked flag: one byte, nonzero when locked.
-inline constexpr USHORT kLockChunkID = 0x2535;
-
-/// Writes locked as chunk kLockChunkID.
-inline IOResult SaveLockChunk(ISave* isave, bool locked) {
-  return SaveChunk(isave, kLockChunkID, static_cast<std::uint8_t>(locked ? 1 : 0));
-}
-
-/// Reads the one-byte flag from the open chunk (kLockChunkID, or a class's own id for the same
-/// record). A chunk of another size is damaged: locked is left as it was and IO_ERROR is
-/// answered.
-inline IOResult LoadLockChunk(ILoad* iload, bool& locked) {
-  std::uint8_t b = 0;
-  const IOResult res = LoadValue(iload, b);
-  if (res == IO_OK) locked = b != 0;
-  return res;
-}
 
 /// True for the out-of-range types ORT_CONSTANT .. ORT_RELATIVE_REPEAT.
 constexpr bool IsValidORT(int ort) { return ort >= ORT_CONSTANT && ort <= ORT_RELATIVE_REPEAT; }

@@ -9,8 +9,9 @@
 #include "host/controllers/internal/controller_desc.h"
 #include "host/controllers/internal/state_restore.h"
 #include "host/controllers/internal/value_ops.h"
+#include "host/core/clock.h"
 #include "host/math/euler.h"
-#include "host/scene/core_interface.h"
+#include "support/lock_chunk.h"
 
 namespace hci = host_controllers_internal;
 
@@ -22,7 +23,7 @@ constexpr USHORT kOrderChunk = 0x0100;
 constexpr float kRelativeStep = 0.75f * std::numbers::pi_v<float>;
 constexpr int kMaxRelativeSteps = 256;
 
-TimeValue Now() { return GetCOREInterface()->GetTime(); }
+TimeValue Now() { return TheAnimClock().Time(); }
 
 }  // namespace
 

@@ -2,9 +2,9 @@
 // Controllers of three float channels: Euler XYZ rotation, position XYZ and scale XYZ.
 #pragma once
 
-#include "host/controllers/compound_control.h"
 #include "host/controllers/control_interfaces.h"
 #include "host/io/chunk_io.h"
+#include "support/compound_control.h"
 
 class ClassDesc2;
 

@@ -5,14 +5,11 @@
 
 #include <string>
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
+#include "host/base/tab.h"
 #include "host/core/param_dimension.h"
-#include "host/core/tab.h"
 #include "host/math/interval.h"
 
-/// The host's string: UTF-8 text in this provider.
-using MSTR = std::string;
-using WStr = std::string;
 
 class BaseInterface;
 class IParamBlock2;

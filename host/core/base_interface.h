@@ -2,7 +2,7 @@
 // BaseInterface: the root of interfaces reached by Interface_ID (function publishing included).
 #pragma once
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 
 class BaseInterface {
  public:

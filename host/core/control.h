@@ -154,6 +154,16 @@ class ILockedTrackImp : public ILockedTrack {
   bool locked_ = false;
 };
 
+/// A Control with the locked-track interface (GetInterface(I_LOCKED)).
+class LockableControl : public Control, public ILockedTrackImp {
+ public:
+  void* GetInterface(ULONG id) override {
+    if (id == I_LOCKED) return static_cast<ILockedTrack*>(this);
+    return Control::GetInterface(id);
+  }
+  using Control::GetInterface;
+};
+
 /// What the host does when incoming takes the place of outgoing in the scene (a node's transform
 /// controller, a sub-controller, a list slot, a parameter's track): incoming adopts outgoing's
 /// value and locked state through Copy. Nothing for a null controller, a slot that was empty, or

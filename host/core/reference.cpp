@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "host/core/cust_attrib.h"
 #include "host/core/diagnostics.h"
-#include "host/scene/cust_attrib.h"
 #include "host/undo/hold.h"
 
 namespace {

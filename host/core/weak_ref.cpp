@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "host/core/scoped_flag.h"
+#include "host/base/scoped_flag.h"
 #include "host/io/chunk_io.h"
 #include "host/undo/hold.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 #include "host/gfx/graphics_window.h"
 #include "host/math/box3.h"
 #include "host/math/point3.h"

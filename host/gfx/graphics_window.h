@@ -4,7 +4,7 @@
 // Also the screen-space records the drawing calls use: IPoint2, IPoint3, HitRegion.
 #pragma once
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 #include "host/math/matrix3.h"
 #include "host/math/point3.h"
 

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <optional>
 
+#include "host/io/app_dirs.h"
 #include "host/io/ini_file.h"
-#include "host/scene/core_interface.h"
 
 namespace {
 
@@ -26,7 +26,7 @@ bool Storable(const std::string& path) {
 void bmmHistoryList::LoadList(const char* section) {
   paths_.clear();
   if (!section || !*section) return;
-  const std::string file = GetCOREInterface()->GetMAXIniFile();
+  const std::string file = HostIniFile();
   for (int i = 0; i < kMaxEntries; ++i) {
     std::optional<std::string> value = ReadIniValue(file, section, KeyOf(i));
     if (!value) break;
@@ -39,7 +39,7 @@ void bmmHistoryList::LoadList(const char* section) {
 
 bool bmmHistoryList::SaveList(const char* section) const {
   if (!section || !*section) return false;
-  const std::string file = GetCOREInterface()->GetMAXIniFile();
+  const std::string file = HostIniFile();
   // Removing the section first drops entries of a longer list saved before. Removing a section
   // from a file that does not exist yet fails; only the writes below decide.
   WritePrivateProfileString(section, nullptr, nullptr, file.c_str());

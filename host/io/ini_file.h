@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 
 /// The value of key in section of the ini file at path, with surrounding blanks and one pair of
 /// surrounding double quotes dropped; nullopt when the file, the section or the key is missing.

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "host/core/diagnostics.h"
-#include "host/io/chunk_io.h"
+#include "support/chunk_helpers.h"
 
 namespace {
 

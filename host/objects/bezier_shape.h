@@ -6,7 +6,7 @@
 #include <deque>
 #include <vector>
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 #include "host/math/box3.h"
 #include "host/math/matrix3.h"
 #include "host/math/point3.h"

@@ -5,6 +5,7 @@
 #include "host/registry/class_desc.h"
 #include "host/scene/inode.h"
 #include "host/undo/hold.h"
+#include "support/hold_record.h"
 
 namespace {
 

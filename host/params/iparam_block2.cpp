@@ -6,10 +6,11 @@
 #include <cmath>
 #include <string>
 
-#include "host/core/scoped_flag.h"
+#include "host/base/scoped_flag.h"
 #include "host/core/weak_ref.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
+#include "support/hold_record.h"
 
 namespace {
 

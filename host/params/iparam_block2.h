@@ -9,10 +9,10 @@
 #include "host/core/control.h"
 #include "host/core/diagnostics.h"
 #include "host/core/reference.h"
-#include "host/io/ref_slot_check.h"
 #include "host/params/param_block_desc2.h"
 #include "host/params/pb2_value.h"
 #include "host/params/pb_accessor.h"
+#include "support/ref_slot_check.h"
 
 /// Makes the controller an animatable parameter of type gets when it is first set with animate
 /// mode on: the host's keyframe controller of that kind, or null when there is none.

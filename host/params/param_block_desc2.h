@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 #include "host/math/matrix3.h"
 #include "host/math/point3.h"
 #include "host/params/param_types.h"

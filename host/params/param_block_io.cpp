@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "host/io/chunk_io.h"
 #include "host/params/iparam_block2.h"
 #include "host/registry/class_desc.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // PBAccessor and PBValidator: per-parameter callbacks of a parameter block.
 #pragma once
 
-#include "host/core/tab.h"
+#include "host/base/tab.h"
 #include "host/params/pb2_value.h"
 
 class ReferenceMaker;

@@ -4,34 +4,11 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/io/app_dirs.h"
 #include "host/scene/inode.h"
 #include "host/scene/scene.h"
 #include "host/undo/hold.h"
 
-namespace {
-
-struct Registration {
-  NOTIFYPROC proc;
-  void* param;
-  int code;
-  bool live;
-};
-
-std::vector<Registration>& Registrations() {
-  static std::vector<Registration> regs;
-  return regs;
-}
-
-struct AnimateState {
-  bool on = false;
-  int suspended = 0;
-};
-AnimateState& Animate() {
-  static AnimateState state;
-  return state;
-}
-
-}  // namespace
 
 // Undo of a selection change: swaps the whole selection list.
 class SelectionRestore : public RestoreObj {
@@ -51,76 +28,13 @@ class SelectionRestore : public RestoreObj {
   std::vector<AnimHandle> after_;
 };
 
-bool RegisterNotification(NOTIFYPROC proc, void* param, int code) {
-  if (!proc) return false;
-  auto& regs = Registrations();
-  for (const auto& r : regs) {
-    if (r.live && r.proc == proc && r.param == param && r.code == code) return false;
-  }
-  regs.push_back({proc, param, code, true});
-  return true;
-}
-
-bool UnRegisterNotification(NOTIFYPROC proc, void* param, int code) {
-  for (auto& r : Registrations()) {
-    if (r.live && r.proc == proc && r.param == param && r.code == code) {
-      r.live = false;
-      return true;
-    }
-  }
-  return false;
-}
-
-void BroadcastNotification(int code, void* call_param) {
-  static int depth = 0;
-  auto& regs = Registrations();
-  ++depth;
-  // Index loop: callbacks may register more while we run; those added now are not called.
-  const size_t count = regs.size();
-  for (size_t i = 0; i < count && i < regs.size(); ++i) {
-    if (!regs[i].live || regs[i].code != code) continue;
-    NotifyInfo info{code, call_param};
-    regs[i].proc(regs[i].param, &info);
-  }
-  if (--depth == 0) {
-    regs.erase(std::remove_if(regs.begin(), regs.end(), [](const auto& r) { return !r.live; }),
-               regs.end());
-  }
-}
-
-int NumNotificationCallbacks(int code) {
-  return static_cast<int>(std::count_if(Registrations().begin(), Registrations().end(),
-                                        [code](const auto& r) { return r.live && r.code == code; }));
-}
-
 Interface* GetCOREInterface() {
   static Interface core;
   return &core;
 }
 
 void Interface::SetTime(TimeValue t, bool redraw) {
-  if (t == time_) return;
-  time_ = t;
-  auto callbacks = time_callbacks_;  // a callback may unregister itself
-  for (TimeChangeCallback* tc : callbacks) {
-    if (std::find(time_callbacks_.begin(), time_callbacks_.end(), tc) != time_callbacks_.end())
-      tc->TimeChanged(t);
-  }
-  BroadcastNotification(NOTIFY_TIME_CHANGED, &time_);
-  if (redraw) RedrawViews(t);
-}
-
-bool Interface::SetFrameRate(int fps) {
-  if (fps <= 0 || TIME_TICKSPERSEC % fps != 0) return false;
-  ticks_per_frame_ = TIME_TICKSPERSEC / fps;
-  BroadcastNotification(NOTIFY_TIMEUNITS_CHANGE);
-  return true;
-}
-
-bool Interface::SetAnimRange(const Interval& range) {
-  if (range.Empty() || range.Start() > range.End()) return false;
-  anim_range_ = range;
-  return true;
+  if (TheAnimClock().SetTime(t) && redraw) RedrawViews(t);
 }
 
 int Interface::GetSelNodeCount() const {
@@ -174,23 +88,13 @@ void Interface::ClearNodeSelection(bool redraw) {
   if (selection_.empty()) return;
   if (theHold.Holding()) theHold.Put(new SelectionRestore(this, selection_));
   SetSelection({});
-  if (redraw) RedrawViews(time_);
+  if (redraw) RedrawViews(GetTime());
 }
 
 void Interface::RedrawViews(TimeValue t) {
   if (redraw_disabled_ > 0) return;
   ++redraw_count_;
   last_redraw_time_ = t;
-}
-
-void Interface::RegisterTimeChangeCallback(TimeChangeCallback* tc) {
-  if (tc && std::find(time_callbacks_.begin(), time_callbacks_.end(), tc) == time_callbacks_.end())
-    time_callbacks_.push_back(tc);
-}
-
-void Interface::UnRegisterTimeChangeCallback(TimeChangeCallback* tc) {
-  time_callbacks_.erase(std::remove(time_callbacks_.begin(), time_callbacks_.end(), tc),
-                        time_callbacks_.end());
 }
 
 INode* Interface::GetRootNode() { return Scene::Active().GetRootNode(); }
@@ -209,8 +113,8 @@ void Interface::MakeNameUnique(MSTR& name) { Scene::Active().MakeNameUnique(name
 
 void Interface::DeleteNode(INode* node, bool redraw) {
   if (!node) return;
-  node->Delete(time_, 1);
-  if (redraw) RedrawViews(time_);
+  node->Delete(GetTime(), 1);
+  if (redraw) RedrawViews(GetTime());
 }
 
 void Interface::DeleteNodes(const Tab<INode*>& nodes, bool keep_child_tm, bool redraw) {
@@ -224,37 +128,21 @@ void Interface::DeleteNodes(const Tab<INode*>& nodes, bool keep_child_tm, bool r
   }
   for (AnimHandle h : handles) {
     auto* node = dynamic_cast<INode*>(Animatable::GetAnimByHandle(h));
-    if (node && !node->TestAFlag(A_IS_DELETED)) node->Delete(time_, keep_child_tm ? 1 : 0);
+    if (node && !node->TestAFlag(A_IS_DELETED)) node->Delete(GetTime(), keep_child_tm ? 1 : 0);
   }
-  if (redraw) RedrawViews(time_);
+  if (redraw) RedrawViews(GetTime());
 }
 
 ILayerManager* Interface::GetLayerManager() { return Scene::Active().GetLayerManager(); }
 
 void Interface::Reset() {
   Scene::Active().Reset();
-  time_ = 0;
-  ticks_per_frame_ = 160;
-  anim_range_ = Interval(0, 100 * 160);
-  ref_coord_sys_ = COORDS_WORLD;
-  pivot_mode_ = PIV_NONE;
-  task_mode_ = TASK_MODE_CREATE;
+  TheAnimClock().Reset();
   selection_.clear();
-  Animate() = AnimateState{};
 }
 
-bool Animating() { return Animate().on && Animate().suspended == 0; }
-
-void AnimateOn() { SetAnimateButtonState(true); }
-void AnimateOff() { SetAnimateButtonState(false); }
-
-void SuspendAnimate() { ++Animate().suspended; }
-void ResumeAnimate() {
-  if (Animate().suspended > 0) --Animate().suspended;
+MSTR Interface::GetDir(int which) const {
+  return which == APP_PLUGCFG_DIR ? HostSettingsDir() : MSTR();
 }
 
-void SetAnimateButtonState(bool on) {
-  if (Animate().on == on) return;
-  Animate().on = on;
-  BroadcastNotification(on ? NOTIFY_ANIMATE_ON : NOTIFY_ANIMATE_OFF);
-}
+MSTR Interface::GetMAXIniFile() const { return HostIniFile(); }

@@ -1,81 +1,16 @@
 // Copyright Marvolith contributors.
-// The core interface: time, animate mode, coordinate system, selection, redraw, notifications.
+// The core interface: the open scene, selection, redraw and directories; its time and mode
+// calls forward to the clock (host/core/clock.h).
 #pragma once
 
 #include <vector>
 
 #include "host/core/animatable.h"
+#include "host/core/clock.h"
 
 class INode;
 class Object;
 class ILayerManager;
-
-// Notification codes.
-inline constexpr int NOTIFY_UNITS_CHANGE = 0x01;
-inline constexpr int NOTIFY_TIMEUNITS_CHANGE = 0x02;
-inline constexpr int NOTIFY_SYSTEM_PRE_RESET = 0x05;
-inline constexpr int NOTIFY_SYSTEM_POST_RESET = 0x06;
-inline constexpr int NOTIFY_SYSTEM_PRE_NEW = 0x07;
-inline constexpr int NOTIFY_SYSTEM_POST_NEW = 0x08;
-inline constexpr int NOTIFY_FILE_PRE_OPEN = 0x09;
-inline constexpr int NOTIFY_FILE_POST_OPEN = 0x0a;
-inline constexpr int NOTIFY_FILE_PRE_SAVE = 0x0d;
-inline constexpr int NOTIFY_FILE_POST_SAVE = 0x0e;
-inline constexpr int NOTIFY_SELECTIONSET_CHANGED = 0x11;
-inline constexpr int NOTIFY_ANIMATE_ON = 0x3a;
-inline constexpr int NOTIFY_ANIMATE_OFF = 0x3b;
-inline constexpr int NOTIFY_SYSTEM_SHUTDOWN = 0x49;
-inline constexpr int NOTIFY_SYSTEM_STARTUP = 0x50;
-inline constexpr int NOTIFY_TIME_CHANGED = 0x58;
-
-/// What a notification callback receives.
-struct NotifyInfo {
-  int intcode = 0;
-  void* callParam = nullptr;
-};
-using NOTIFYPROC = void (*)(void* param, NotifyInfo* info);
-
-/// Registers proc for code; registering the same (proc, param, code) twice keeps one entry.
-/// Answers true when added.
-bool RegisterNotification(NOTIFYPROC proc, void* param, int code);
-/// Removes (proc, param, code); answers true when it was registered.
-bool UnRegisterNotification(NOTIFYPROC proc, void* param, int code);
-/// Calls every callback registered for code, in registration order. A callback may register or
-/// unregister during the broadcast; one removed before its turn is not called.
-void BroadcastNotification(int code, void* call_param = nullptr);
-/// Number of callbacks registered for code (a host query for start-up and shut-down checks).
-int NumNotificationCallbacks(int code);
-
-/// Told when the current time changes.
-class TimeChangeCallback {
- public:
-  virtual ~TimeChangeCallback() = default;
-  virtual void TimeChanged(TimeValue t) = 0;
-};
-
-// Reference coordinate systems.
-inline constexpr int COORDS_HYBRID = 0;
-inline constexpr int COORDS_SCREEN = 1;
-inline constexpr int COORDS_WORLD = 2;
-inline constexpr int COORDS_PARENT = 3;
-inline constexpr int COORDS_LOCAL = 4;
-inline constexpr int COORDS_OBJECT = 5;
-inline constexpr int COORDS_GIMBAL = 6;
-inline constexpr int COORDS_WORKINGPIVOT = 7;
-
-// Pivot modes.
-inline constexpr int PIV_NONE = 0;
-inline constexpr int PIV_PIVOT_ONLY = 1;
-inline constexpr int PIV_OBJECT_ONLY = 2;
-inline constexpr int PIV_HIERARCHY_ONLY = 3;
-
-// Command panel task modes.
-inline constexpr int TASK_MODE_CREATE = 1;
-inline constexpr int TASK_MODE_MODIFY = 2;
-inline constexpr int TASK_MODE_HIERARCHY = 3;
-inline constexpr int TASK_MODE_MOTION = 4;
-inline constexpr int TASK_MODE_DISPLAY = 5;
-inline constexpr int TASK_MODE_UTILITY = 6;
 
 /// Directory numbers of Interface::GetDir. The user settings directory holds "3dsMax.ini" and the
 /// ini files of plug-ins.
@@ -89,26 +24,26 @@ class Interface {
   Interface& operator=(const Interface&) = delete;
 
   // Time.
-  TimeValue GetTime() const { return time_; }
+  TimeValue GetTime() const { return TheAnimClock().Time(); }
   /// Moves the current time and tells every TimeChangeCallback when it changed.
   void SetTime(TimeValue t, bool redraw = true);
   /// Ticks per frame: 160 by default (30 frames a second).
-  int GetTicksPerFrame() const { return ticks_per_frame_; }
+  int GetTicksPerFrame() const { return TheAnimClock().TicksPerFrame(); }
   /// Sets the frame rate; ticks per frame become 4800 / fps. Rates that do not divide 4800 or are
   /// not positive are refused (false).
-  bool SetFrameRate(int fps);
-  int GetFrameRate() const { return TIME_TICKSPERSEC / ticks_per_frame_; }
-  Interval GetAnimRange() const { return anim_range_; }
+  bool SetFrameRate(int fps) { return TheAnimClock().SetFrameRate(fps); }
+  int GetFrameRate() const { return TheAnimClock().FrameRate(); }
+  Interval GetAnimRange() const { return TheAnimClock().AnimRange(); }
   /// Sets the animation range; an empty or reversed range is refused.
-  bool SetAnimRange(const Interval& range);
+  bool SetAnimRange(const Interval& range) { return TheAnimClock().SetAnimRange(range); }
 
   // Modes.
-  int GetRefCoordSys() const { return ref_coord_sys_; }
-  void SetRefCoordSys(int cs) { ref_coord_sys_ = cs; }
-  int GetPivotMode() const { return pivot_mode_; }
-  void SetPivotMode(int mode) { pivot_mode_ = mode; }
-  int GetCommandPanelTaskMode() const { return task_mode_; }
-  void SetCommandPanelTaskMode(int mode) { task_mode_ = mode; }
+  int GetRefCoordSys() const { return TheAnimClock().RefCoordSys(); }
+  void SetRefCoordSys(int cs) { TheAnimClock().SetRefCoordSys(cs); }
+  int GetPivotMode() const { return TheAnimClock().PivotMode(); }
+  void SetPivotMode(int mode) { TheAnimClock().SetPivotMode(mode); }
+  int GetCommandPanelTaskMode() const { return TheAnimClock().CommandPanelTaskMode(); }
+  void SetCommandPanelTaskMode(int mode) { TheAnimClock().SetCommandPanelTaskMode(mode); }
 
   // Selection of nodes. Deleted nodes drop out by themselves.
   int GetSelNodeCount() const;
@@ -167,8 +102,12 @@ class Interface {
   TimeValue LastRedrawTime() const { return last_redraw_time_; }
 
   // Callbacks.
-  void RegisterTimeChangeCallback(TimeChangeCallback* tc);
-  void UnRegisterTimeChangeCallback(TimeChangeCallback* tc);
+  void RegisterTimeChangeCallback(TimeChangeCallback* tc) {
+    TheAnimClock().RegisterTimeChangeCallback(tc);
+  }
+  void UnRegisterTimeChangeCallback(TimeChangeCallback* tc) {
+    TheAnimClock().UnRegisterTimeChangeCallback(tc);
+  }
 
   /// Back to a new scene's state: time 0, 30 fps, range 0..100 frames, world coordinates, no
   /// selection, animate off, and an empty scene with empty undo stacks (Scene::Reset). Callbacks
@@ -179,14 +118,7 @@ class Interface {
   friend class SelectionRestore;
   void SetSelection(std::vector<AnimHandle> selection);
 
-  TimeValue time_ = 0;
-  int ticks_per_frame_ = 160;
-  Interval anim_range_{0, 100 * 160};
-  int ref_coord_sys_ = COORDS_WORLD;
-  int pivot_mode_ = PIV_NONE;
-  int task_mode_ = TASK_MODE_CREATE;
   std::vector<AnimHandle> selection_;
-  std::vector<TimeChangeCallback*> time_callbacks_;
   int redraw_count_ = 0;
   int redraw_disabled_ = 0;
   TimeValue last_redraw_time_ = 0;
@@ -198,20 +130,3 @@ Interface* GetCOREInterface();
 inline Interface7* GetCOREInterface7() { return GetCOREInterface(); }
 inline Interface13* GetCOREInterface13() { return GetCOREInterface(); }
 
-// Animate mode. Keyframe controllers key SetValue only while Animating() is true.
-bool Animating();
-void AnimateOn();
-void AnimateOff();
-/// Animating() answers false until the matching ResumeAnimate; nests.
-void SuspendAnimate();
-void ResumeAnimate();
-void SetAnimateButtonState(bool on);
-
-/// Suspends animate mode for a scope.
-class AnimateSuspend {
- public:
-  AnimateSuspend() { SuspendAnimate(); }
-  ~AnimateSuspend() { ResumeAnimate(); }
-  AnimateSuspend(const AnimateSuspend&) = delete;
-  AnimateSuspend& operator=(const AnimateSuspend&) = delete;
-};

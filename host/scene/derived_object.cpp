@@ -6,12 +6,12 @@
 #include <vector>
 
 #include "host/core/diagnostics.h"
-#include "host/io/chunk_io.h"
-#include "host/io/ref_slot_check.h"
 #include "host/registry/class_desc.h"
 #include "host/scene/inode.h"
 #include "host/scene/object.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
+#include "support/ref_slot_check.h"
 
 namespace {
 

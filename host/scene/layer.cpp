@@ -5,12 +5,13 @@
 #include <vector>
 
 #include "host/core/diagnostics.h"
-#include "host/io/chunk_io.h"
-#include "host/io/ref_slot_check.h"
 #include "host/registry/class_desc.h"
 #include "host/scene/inode.h"
 #include "host/scene/internal/node.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
+#include "support/ref_slot_check.h"
 
 namespace marvolith_scene {
 namespace {

@@ -2,8 +2,8 @@
 // Host layers: named groups of nodes that can be hidden and frozen together and nested.
 #pragma once
 
+#include "host/base/tab.h"
 #include "host/core/reference.h"
-#include "host/core/tab.h"
 
 class INode;
 

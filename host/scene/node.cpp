@@ -4,14 +4,15 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/base/scoped_flag.h"
 #include "host/controllers/controller_classes.h"
 #include "host/core/diagnostics.h"
-#include "host/core/scoped_flag.h"
-#include "host/io/chunk_io.h"
-#include "host/io/ref_slot_check.h"
 #include "host/math/affine.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
+#include "support/ref_slot_check.h"
 
 namespace marvolith_scene {
 namespace {

@@ -3,6 +3,7 @@
 
 #include "host/scene/inode.h"
 #include "host/undo/hold.h"
+#include "support/hold_record.h"
 
 void ObjectState::SetTM(const Matrix3* tm, Interval valid) {
   has_tm_ = tm != nullptr;

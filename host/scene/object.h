@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "host/core/cust_attrib.h"
 #include "host/core/reference.h"
 #include "host/math/box3.h"
 #include "host/math/interval.h"
 #include "host/math/matrix3.h"
-#include "host/scene/cust_attrib.h"
 
 class INode;
 class ViewExp;

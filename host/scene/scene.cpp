@@ -8,11 +8,11 @@
 #include "host/core/diagnostics.h"
 #include "host/registry/class_desc.h"
 #include "host/scene/core_interface.h"
+#include "host/scene/cust_attrib_container.h"
 #include "host/scene/internal/node.h"
 #include "host/undo/hold.h"
 
 ClassDesc2* GetDerivedObjectClassDesc();
-ClassDesc2* GetCustAttribContainerClassDesc();
 
 namespace marvolith_scene {
 
@@ -229,12 +229,27 @@ bool SetChildOrder(INode* parent, std::span<INode* const> order) {
 
 INode* NewSceneNode(bool root) { return new Node(root); }
 
+namespace {
+
+class CustAttribContainerClassDesc : public ClassDesc2 {
+ public:
+  bool IsPublic() override { return false; }
+  Animatable* Create(bool) override { return NewCustAttribContainer(); }
+  const char* ClassName() override { return "Custom Attributes"; }
+  SClass_ID SuperClassID() override { return REF_TARGET_CLASS_ID; }
+  Class_ID ClassID() override { return CUSTATTRIB_CONTAINER_CLASS_ID; }
+  const char* Category() override { return ""; }
+};
+
+}  // namespace
+
 void RegisterSceneClasses() {
   static marvolith_scene::NodeClassDesc node_desc;
   ClassDirectory& dir = ClassDirectory::Get();
   dir.AddClass(&node_desc);
   dir.AddClass(GetDerivedObjectClassDesc());
-  dir.AddClass(GetCustAttribContainerClassDesc());
+  static CustAttribContainerClassDesc cust_attrib_container_desc;
+  dir.AddClass(&cust_attrib_container_desc);
   dir.AddClass(marvolith_scene::GetLayerClassDesc());
   dir.AddClass(marvolith_scene::GetLayerManagerClassDesc());
 }

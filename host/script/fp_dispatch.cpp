@@ -1,7 +1,7 @@
 // Copyright Marvolith contributors.
 #include "host/script/fp_dispatch.h"
 
-#include "host/core/exceptions.h"
+#include "host/base/exceptions.h"
 #include "host/script/script_errors.h"
 #include "host/script/script_value.h"
 

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
+#include "host/base/exceptions.h"
 #include "host/core/animatable.h"
 #include "host/core/diagnostics.h"
-#include "host/core/exceptions.h"
 #include "host/registry/class_desc.h"
 
 bool ScriptNameEquals(std::string_view a, std::string_view b) {

@@ -5,7 +5,7 @@
 #include <climits>
 #include <cstdint>
 
-#include "host/core/ids.h"
+#include "host/base/ids.h"
 
 /// Type code of a published argument, result, property or value. The numbers are the host's
 /// ParamType2 numbers, so a code is the same in a parameter block and in an interface table.

@@ -5,8 +5,8 @@
 #include <limits>
 #include <utility>
 
+#include "host/base/exceptions.h"
 #include "host/core/control.h"
-#include "host/core/exceptions.h"
 #include "host/scene/inode.h"
 
 namespace {

@@ -9,9 +9,9 @@
 #include <variant>
 #include <vector>
 
+#include "host/base/ids.h"
+#include "host/base/tab.h"
 #include "host/core/bit_array.h"
-#include "host/core/ids.h"
-#include "host/core/tab.h"
 #include "host/math/interval.h"
 #include "host/math/matrix3.h"
 #include "host/math/point3.h"

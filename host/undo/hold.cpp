@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "host/core/scoped_flag.h"
+#include "host/base/scoped_flag.h"
 
 Hold theHold;
 
@@ -154,9 +154,3 @@ void Hold::Trim() {
 }
 
 bool IsUndoingOrRedoing() { return theHold.Restoring() || theHold.Redoing(); }
-
-bool HoldWantsRecord(Animatable* anim) {
-  if (!anim || !theHold.Holding() || anim->TestAFlag(A_HELD)) return false;
-  anim->SetAFlag(A_HELD);
-  return true;
-}

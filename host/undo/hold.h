@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/core/animatable.h"
+#include "host/base/ids.h"
 
 /// One reversible change. Records made by the toolkit keep the AnimHandle of their object, not a
 /// pointer, and do nothing when the handle no longer resolves.
@@ -126,7 +126,3 @@ class HoldSuspend {
   HoldSuspend(const HoldSuspend&) = delete;
   HoldSuspend& operator=(const HoldSuspend&) = delete;
 };
-
-/// The one-record-per-hold idiom: true when a record for anim should be put now (holding, not
-/// suspended, A_HELD clear); sets A_HELD. Records clear it again in EndHold.
-bool HoldWantsRecord(Animatable* anim);

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "host/io/scene_file.h"
-#include "host/registry/host_classes.h"
+#include "host/app/host_classes.h"
+#include "host/app/scene_file.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/undo/hold.h"

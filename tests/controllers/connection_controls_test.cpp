@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "host/app/host_classes.h"
+#include "host/app/scene_file.h"
 #include "host/controllers/controller_classes.h"
-#include "host/io/scene_file.h"
+#include "host/interpreter/runner.h"
 #include "host/math/affine.h"
-#include "host/registry/host_classes.h"
 #include "host/scene/scene.h"
 #include "host/script/fp_dispatch.h"
-#include "host/script/runner.h"
 #include "host/script/script_errors.h"
 #include "plugin/strings.h"
 #include "tests/support/controller_test_util.h"

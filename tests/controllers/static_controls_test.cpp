@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "controllers/rotation_xyz.h"
+#include "host/app/scene_file.h"
 #include "host/controllers/controller_classes.h"
-#include "host/io/scene_file.h"
 #include "host/math/affine.h"
 #include "host/math/euler.h"
 #include "host/scene/inode.h"

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <vector>
 
-#include "host/registry/host_classes.h"
+#include "host/app/host_classes.h"
 #include "host/scene/scene.h"
 #include "host/script/fp_dispatch.h"
 #include "plugin/strings.h"

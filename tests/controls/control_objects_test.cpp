@@ -7,9 +7,9 @@
 #include <cmath>
 
 #include "controls/display_transform.h"
+#include "host/app/scene_file.h"
 #include "host/gfx/headless_viewport.h"
 #include "host/io/chunk_stream.h"
-#include "host/io/scene_file.h"
 #include "host/math/affine.h"
 #include "host/scene/inode.h"
 #include "host/script/fp_dispatch.h"

@@ -9,8 +9,8 @@
 
 #include "controls/control_helper.h"
 #include "controls/control_shape.h"
+#include "host/app/host_classes.h"
 #include "host/registry/class_desc.h"
-#include "host/registry/host_classes.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
 #include "plugin/strings.h"

@@ -1,7 +1,7 @@
 // Copyright Marvolith contributors.
 // The contact sheet of the control figures against its golden picture, compared with a
 // tolerance. MARVOLITH_UPDATE_GOLDEN=1 writes the golden picture anew instead.
-#include "controls/shape_sheet.h"
+#include "apps/marvolith/shape_sheet.h"
 
 #include "controls/shape_library.h"
 #include "tests/controls/controls_test_util.h"

@@ -1,7 +1,8 @@
 // Copyright Marvolith contributors.
 // The scripting global of the loaded module: registered with the host and reached by scripts.
+#include "host/interpreter/runner.h"
 #include "host/script/fp_interface.h"
-#include "host/script/runner.h"
+#include "host/script/script_entry.h"
 #include "tests/module/module_test_support.h"
 
 namespace marvolith::test {

@@ -7,10 +7,10 @@
 
 #include <string>
 
-#include "host/registry/host_classes.h"
-#include "host/registry/plugin_loader.h"
+#include "host/app/host_classes.h"
+#include "host/app/plugin_loader.h"
 #include "host/scene/core_interface.h"
-#include "host/scene/track_view_filter.h"
+#include "host/script/track_view_filter.h"
 
 namespace marvolith::test {
 

@@ -6,13 +6,13 @@
 #include <set>
 #include <vector>
 
-#include "host/core/exceptions.h"
+#include "host/app/host_classes.h"
+#include "host/base/exceptions.h"
+#include "host/interpreter/runner.h"
 #include "host/objects/point_helper.h"
-#include "host/registry/host_classes.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/script/fp_dispatch.h"
-#include "host/script/runner.h"
 
 namespace marvolith {
 namespace {

@@ -8,12 +8,13 @@
 #include <vector>
 
 #include "host/core/control.h"
-#include "host/io/chunk_io.h"
 #include "host/registry/class_desc.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/scene/object.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
+#include "support/hold_record.h"
 
 namespace marvolith::test {
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "host/undo/hold.h"
+#include "support/hold_record.h"
 
 namespace host_controllers_internal {
 

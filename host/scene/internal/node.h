@@ -5,9 +5,9 @@
 #include <functional>
 #include <vector>
 
-#include "host/io/ref_slot_check.h"
 #include "host/scene/inode.h"
 #include "host/scene/layer.h"
+#include "support/ref_slot_check.h"
 
 namespace marvolith_scene {
 

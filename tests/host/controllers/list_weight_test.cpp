@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "host/app/host_classes.h"
+#include "host/app/scene_file.h"
 #include "host/controllers/controller_classes.h"
 #include "host/controllers/keys.h"
 #include "host/controllers/list_control.h"
-#include "host/io/scene_file.h"
-#include "host/registry/host_classes.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/undo/hold.h"

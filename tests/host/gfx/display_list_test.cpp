@@ -3,12 +3,12 @@
 
 #include <algorithm>
 
+#include "host/app/host_classes.h"
 #include "host/core/animatable.h"
 #include "host/gfx/draw_scene.h"
 #include "host/gfx/headless_viewport.h"
 #include "host/objects/point_helper.h"
 #include "host/registry/class_desc.h"
-#include "host/registry/host_classes.h"
 #include "host/scene/core_interface.h"
 #include "tests/support/math_matchers.h"
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <string>
 
+#include "host/app/host_classes.h"
 #include "host/gfx/draw_scene.h"
 #include "host/gfx/headless_viewport.h"
 #include "host/objects/bone_object.h"
@@ -11,7 +12,6 @@
 #include "host/objects/spline_shape.h"
 #include "host/objects/text_shape.h"
 #include "host/registry/class_desc.h"
-#include "host/registry/host_classes.h"
 #include "host/scene/core_interface.h"
 
 namespace {

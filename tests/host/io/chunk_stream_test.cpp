@@ -1,5 +1,6 @@
 // Copyright Marvolith contributors.
 #include "host/io/chunk_stream.h"
+#include "support/chunk_helpers.h"
 
 #include <gtest/gtest.h>
 

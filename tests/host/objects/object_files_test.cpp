@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/io/scene_file.h"
+#include "host/app/scene_file.h"
 #include "host/objects/bone_object.h"
 #include "host/objects/morpher.h"
 #include "host/objects/point_helper.h"

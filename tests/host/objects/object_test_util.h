@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "host/app/host_classes.h"
 #include "host/registry/class_desc.h"
-#include "host/registry/host_classes.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
 

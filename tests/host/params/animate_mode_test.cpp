@@ -2,8 +2,8 @@
 // Animate mode on a constant parameter: the host's default track and a key appear.
 #include <gtest/gtest.h>
 
+#include "host/app/host_classes.h"
 #include "host/controllers/keys.h"
-#include "host/registry/host_classes.h"
 #include "tests/host/params/param_test_objects.h"
 
 namespace marvolith::test {

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "host/app/host_classes.h"
+#include "host/app/scene_file.h"
 #include "host/controllers/controller_classes.h"
+#include "host/core/cust_attrib.h"
 #include "host/io/chunk_stream.h"
-#include "host/io/scene_file.h"
 #include "host/params/iparam_block2.h"
-#include "host/registry/host_classes.h"
-#include "host/scene/cust_attrib.h"
 #include "tests/host/params/param_test_objects.h"
 
 namespace marvolith::test {

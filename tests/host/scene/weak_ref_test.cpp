@@ -3,11 +3,12 @@
 // their deletion and undo, saves and loads them, and never loops through them.
 #include <gtest/gtest.h>
 
+#include "host/app/scene_file.h"
 #include "host/core/weak_ref.h"
-#include "host/io/scene_file.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/scene.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
 #include "tests/support/math_matchers.h"
 #include "tests/support/scene_objects.h"
 

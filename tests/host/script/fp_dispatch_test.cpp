@@ -7,7 +7,7 @@
 #include <numbers>
 #include <vector>
 
-#include "host/core/exceptions.h"
+#include "host/base/exceptions.h"
 #include "host/script/script_errors.h"
 #include "host/script/value_printer.h"
 #include "tests/host/script/script_test_objects.h"

@@ -7,7 +7,7 @@
 #include <climits>
 #include <numbers>
 
-#include "host/core/exceptions.h"
+#include "host/base/exceptions.h"
 #include "host/scene/core_interface.h"
 #include "host/script/script_errors.h"
 #include "host/script/script_value.h"

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/hold_record.h"
 #include "tests/support/test_objects.h"
 
 namespace marvolith::test {

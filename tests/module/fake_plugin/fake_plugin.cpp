@@ -1,7 +1,7 @@
 // Copyright Marvolith contributors.
 // A minimal plug-in module for the loader's refusals: built once answering another host's API
 // number (FAKE_PLUGIN_OLD_API) and once failing its LibInitialize (FAKE_PLUGIN_INIT_FAILS).
-#include "host/registry/plugin_loader.h"
+#include "host/app/plugin_loader.h"
 
 #define MV_EXPORT extern "C" __attribute__((visibility("default")))
 

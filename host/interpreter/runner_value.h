@@ -1,0 +1,200 @@
+// Copyright Marvolith contributors.
+// ScriptValue: a value of the script runner. Published values (FPValue) plus the kinds only
+// scripts have: arrays shared by reference, sub-anims, intervals, functions, classes, the
+// published interfaces of objects, and global structures of functions.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/base/ids.h"
+#include "host/interpreter/runner_ast.h"
+#include "host/math/interval.h"
+#include "host/script/fp_value.h"
+
+class Animatable;
+class ClassDesc2;
+class ScriptCall;
+class ScriptValue;
+struct ScriptScope;
+
+/// A function written in C++ that scripts call: reads its arguments from call and answers a
+/// value. It reports a script error by raising one of the errors of script_errors.h, whose text
+/// reaches the script (and its try/catch) unchanged.
+using ScriptNativeFn = std::function<ScriptValue(ScriptCall& call)>;
+
+/// A function value: native (native set) or defined by a script (def set).
+struct ScriptFunction {
+  std::string name;
+  ScriptNativeFn native;
+  /// Keeps def alive while the function exists.
+  std::shared_ptr<const ScriptProgram> program;
+  const AstNode* def = nullptr;
+  /// The scope the function was defined in, kept alive by the function so that it sees the
+  /// block's locals after the block ended. A scope usually holds the functions defined in it, a
+  /// cycle that the runner breaks once no global reaches the function (end of each run).
+  std::shared_ptr<ScriptScope> closure;
+};
+
+/// A class as scripts name it: a registered class (desc set; name is its internal name) or one
+/// of the runner's own classes of values and super classes (Integer, Point3, helper, ...).
+struct ScriptClass {
+  ClassDesc2* desc = nullptr;
+  std::string name;
+  /// A super class (helper, FloatController, ...), which cannot be called to make an object.
+  bool super = false;
+};
+
+/// A file or string stream of a script (createFile, openFile, stringStream). What a script
+/// writes is kept in text and reaches a file when the stream is flushed or closed, or when the
+/// last value holding it goes; a stream opened for reading holds the file's contents.
+struct ScriptStream {
+  ScriptStream() = default;
+  ScriptStream(const ScriptStream&) = delete;
+  ScriptStream& operator=(const ScriptStream&) = delete;
+  ~ScriptStream();
+  /// Writes the pending text of a file stream (appending after what an earlier flush wrote);
+  /// false when the file cannot be written.
+  bool Flush();
+
+  std::string path;  ///< empty for a string stream
+  std::string text;
+  size_t read_pos = 0;
+  size_t flushed = 0;  ///< bytes of text already in the file
+  bool writing = false;
+  bool open = true;
+};
+
+/// Deepest nesting of arrays that printing, comparison and conversion follow; deeper levels
+/// print as "..." and make comparison and conversion a script error.
+inline constexpr int kMaxArrayNesting = 64;
+
+/// One value of a script.
+///
+/// kValue holds an FPValue in its script form (1-based indices, degrees, percentages, arrays
+/// never: they are kArray). Arrays are shared: copying the value shares the elements, as
+/// script arrays are references; an array never contains itself (the runner refuses such an
+/// insertion), so sharing cannot make a cycle. Objects are held by handle (in the FPValue, or as
+/// the owner of a sub-anim or interface), so a value never dangles when its object is deleted.
+class ScriptValue {
+ public:
+  enum class Kind : std::uint8_t {
+    kValue,     ///< an FPValue
+    kArray,     ///< #(...)
+    kSubAnim,   ///< a track: the parent animatable and its sub-anim number
+    kInterval,  ///< (interval start end)
+    kFunction,  ///< a function
+    kClass,     ///< a class
+    kMixin,     ///< a published interface of an object: owner and interface id
+    kStruct,    ///< a global structure of functions such as maxOps
+    kStream,    ///< a file or string stream
+  };
+
+  /// undefined.
+  ScriptValue() = default;
+  /// v in its script form (ToScriptValue); a table becomes an array of its elements.
+  ScriptValue(const FPValue& v);  // NOLINT: values convert implicitly, as in scripts
+
+  static ScriptValue Array(std::vector<ScriptValue> items = {});
+  static ScriptValue SubAnim(Animatable* parent, int index);
+  static ScriptValue OfInterval(TimeValue start, TimeValue end);
+  static ScriptValue Function(std::shared_ptr<const ScriptFunction> fn);
+  static ScriptValue Class(ScriptClass cls);
+  static ScriptValue Mixin(Animatable* owner, Interface_ID id);
+  static ScriptValue Struct(std::string name);
+  static ScriptValue Stream(std::shared_ptr<ScriptStream> stream);
+
+  Kind GetKind() const { return kind_; }
+  bool IsUndefined() const { return kind_ == Kind::kValue && value_.IsUndefined(); }
+  /// A kValue of type t.
+  bool Is(FPType t) const { return kind_ == Kind::kValue && value_.Type() == t; }
+  /// An integer or a float.
+  bool IsNumber() const { return Is(FPType::TYPE_INT) || Is(FPType::TYPE_FLOAT); }
+  bool IsArray() const { return kind_ == Kind::kArray; }
+
+  /// The FPValue of a kValue; undefined for the other kinds.
+  const FPValue& Fp() const;
+  // Readers of kValue contents (see FPValue: the wrong kind reads as zero or null).
+  int AsInt() const { return Fp().AsInt(); }
+  float AsFloat() const { return Fp().AsFloat(); }
+  bool AsBool() const { return Fp().AsBool(); }
+  const std::string& AsString() const { return Fp().AsString(); }
+  Point3 AsPoint3() const { return Fp().AsPoint3(); }
+  INode* AsNode() const { return Fp().AsNode(); }
+  Control* AsControl() const { return Fp().AsControl(); }
+  /// The reference target of a node, target or controller value, or null.
+  ReferenceTarget* AsRefTarg() const { return Fp().AsRefTarg(); }
+
+  // Arrays. Items() of a value that is not an array is an empty list that must not be changed.
+  int Count() const;
+  std::vector<ScriptValue>& Items() const;
+  /// The two values are the same array (not just equal ones).
+  bool SameArray(const ScriptValue& other) const;
+  /// True when this value is array or holds it, at any depth (walked without recursion).
+  bool Contains(const ScriptValue& array) const;
+
+  // Sub-anims.
+  /// The live parent, or null (not a sub-anim, or the parent was deleted).
+  Animatable* SubAnimParent() const;
+  int SubAnimIndex() const { return index_; }
+  /// The handle of a sub-anim's parent, live or not.
+  AnimHandle SubAnimHandle() const { return kind_ == Kind::kSubAnim ? handle_ : 0; }
+
+  ::Interval AsInterval() const { return {start_, end_}; }
+  const ScriptFunction* AsFunction() const { return function_.get(); }
+  std::shared_ptr<const ScriptFunction> FunctionPtr() const { return function_; }
+  const ScriptClass* AsClass() const { return kind_ == Kind::kClass ? class_.get() : nullptr; }
+
+  /// The owner of a kMixin, or null once deleted.
+  Animatable* MixinOwner() const;
+  Interface_ID MixinID() const { return mixin_id_; }
+  /// The interface of a kMixin, or null when its owner is gone.
+  FPInterface* AsMixin() const;
+
+  const std::string& StructName() const { return name_; }
+  /// The stream of a kStream, or null.
+  ScriptStream* AsStream() const { return kind_ == Kind::kStream ? stream_.get() : nullptr; }
+
+  /// The value as published functions and the host's script entry take it: arrays become
+  /// TYPE_VALUE_TAB tables of their converted elements (arrays nested deeper than
+  /// kMaxArrayNesting raise a script error), a sub-anim a TYPE_SUBANIM value (parent and
+  /// number; an argument of an object type receives the object at the track), a mixin its
+  /// interface; intervals, functions,
+  /// classes and structures have no published form and give undefined.
+  FPValue ToFPValue() const;
+
+ private:
+  struct ArrayDeleter {
+    void operator()(std::vector<ScriptValue>* items) const;
+  };
+
+  Kind kind_ = Kind::kValue;
+  FPValue value_;
+  std::shared_ptr<std::vector<ScriptValue>> array_;
+  AnimHandle handle_ = 0;  // sub-anim parent or mixin owner
+  int index_ = 0;
+  TimeValue start_ = 0;
+  TimeValue end_ = 0;
+  Interface_ID mixin_id_;
+  std::shared_ptr<const ScriptFunction> function_;
+  std::shared_ptr<const ScriptClass> class_;
+  std::string name_;
+  std::shared_ptr<ScriptStream> stream_;
+};
+
+/// The value as print shows it: strings quoted, arrays as #(1, 2), sub-anims as
+/// SubAnim:X_Position, intervals as (interval 0f 100f), classes by name, functions as name().
+/// Everything else as ToScriptString prints it.
+std::string ScriptValueString(const ScriptValue& v);
+/// The value as format and `as string` show it: strings and names without quotes or #, all else
+/// as ScriptValueString.
+std::string ScriptValueText(const ScriptValue& v);
+
+/// Script equality (==): numbers by value (an integer equals the float of the same value; a
+/// time equals a number of frames), names without case, strings exactly, objects by identity,
+/// arrays element by element, other kinds by contents.
+bool ScriptEquals(const ScriptValue& a, const ScriptValue& b);
