@@ -562,5 +562,49 @@ TEST_F(RunnerTest, StructInstancesAndReferencesLiveWhileAGlobalHoldsThem) {
   EXPECT_EQ(Show("sum.total"), "5");
 }
 
+TEST_F(RunnerTest, ByReferenceParametersAreLivePlaces) {
+  ExpectShown(
+      *this,
+      {
+          // Set before a failure: the caller's variable already holds it.
+          {"fn f &x = (x = 5; throw \"stop\"); v = 1; try (f &v) catch (); v", "5"},
+          // The callee reads the caller's variable as it changes under it.
+          {"fn g &x = (y += 1; x); y = 1; g &y", "2"},
+          // A closure made in the call keeps the place after the call.
+          {"fn mk &x = (fn put n = x = n); w = 0; (mk &w) 9; w", "9"},
+          // The loop variable of a for loop.
+          {"fn dbl &x = x *= 2; for i = 1 to 1 collect (dbl &i; i)", "#(2)"},
+          // A member from inside a member function, and a node's property.
+          {"fn z &x = x = 0; struct S (a = 4, fn clear = (z &a; a)); (S()).clear()", "0"},
+          {"fn up &x = x = [0, 0, 7]; t = TestPoint(); up &t.pos; t.pos", "[0,0,7]"},
+          // Native functions take the value.
+          {"fn h &x = (format \"%\" x to:(s = stringStream \"\"); s as string); q = 3; h &q",
+           "\"3\""},
+      },
+      &RunnerTest::Show);
+}
+
+TEST_F(RunnerTest, StructInstancesKeepTheObjectsTheirMembersHold) {
+  const int before = Animatable::LiveCount();
+  {
+    ScriptRunner r;
+    ASSERT_TRUE(r.Run("struct Holder (ctl); keep = Holder (Bezier_Float()); Holder (Bezier_Float())").ok);
+    EXPECT_EQ(Animatable::LiveCount(), before + 2) << "the run's value keeps its instance's";
+    ASSERT_TRUE(r.Run("1").ok);
+    EXPECT_EQ(Animatable::LiveCount(), before + 1) << "only the global's instance holds one";
+    ASSERT_TRUE(r.Run("keep.ctl = undefined").ok);
+    EXPECT_EQ(Animatable::LiveCount(), before);
+  }
+  // Printing and comparing follow instances, not the text they print as.
+  ExpectShown(*this,
+              {
+                  {"struct N (v, next); a = N 1 (N 2); a", "(N v:1 next:(N v:2 next:undefined))"},
+                  {"struct P (v); P 1 == P 1", "false"},
+                  {"struct P (v); x = P 1; x == x", "true"},
+                  {"struct P (v); classOf P", "StructDef"},
+              },
+              &RunnerTest::Show);
+}
+
 }  // namespace
 }  // namespace marvolith::test
