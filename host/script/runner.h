@@ -17,8 +17,9 @@
 //               fn name a b key:1 = body  return v  exit [with v]  continue
 //   by reference fn f &a &key: = (a = 1)  called f &v key:&w; & takes a variable, a struct
 //               member or property (&s.a), or an array element (&arr[2]). A by-reference
-//               parameter reads and sets that place until the function returns; given a plain
-//               value it is a local copy, and & to a plain parameter passes the value.
+//               parameter reads and sets that place, also from closures made in the call;
+//               given a plain value it is a local copy, and & to a plain parameter or a native
+//               function passes the value.
 //   structs     struct Foo (a, b = 2, fn sum = a + b, on create do (...))  Foo 1 2  Foo b:3
 //               s.a  s.a = 1  s.sum()  copy s; instances are shared like arrays, member
 //               functions see and set the members and call each other by name, and defaults

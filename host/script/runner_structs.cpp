@@ -107,7 +107,7 @@ ScriptValue ScriptRunner::Impl::ConstructStruct(const std::shared_ptr<const Scri
   }
   // Not make_shared: the list of captured scopes holds weak pointers, which would keep the
   // whole block of a make_shared scope allocated.
-  std::shared_ptr<ScriptScope> scope(new ScriptScope());
+  std::shared_ptr<ScriptScope> scope = ScriptValue::NewInstanceScope();
   scope->parent = def->closure;
   scope->instance_of = def;
   NoteCaptured(scope);
@@ -140,7 +140,7 @@ ScriptValue ScriptRunner::Impl::ConstructStruct(const std::shared_ptr<const Scri
 
 ScriptValue ScriptRunner::Impl::CopyStructInstance(const ScriptValue& instance) {
   const ScriptScope* from = instance.AsStructInstance();
-  std::shared_ptr<ScriptScope> scope(new ScriptScope());
+  std::shared_ptr<ScriptScope> scope = ScriptValue::NewInstanceScope();
   scope->vars = from->vars;
   scope->parent = from->parent;
   scope->instance_of = from->instance_of;

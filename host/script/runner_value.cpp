@@ -218,22 +218,53 @@ FPValue ToFP(const ScriptValue& v, int depth) {
 
 }  // namespace
 
-void ScriptValue::ArrayDeleter::operator()(std::vector<ScriptValue>* items) const {
-  // Frees nested arrays from a work list instead of by recursion, so that however deep a script
-  // nested its arrays, freeing them cannot exhaust the stack.
-  std::vector<std::shared_ptr<std::vector<ScriptValue>>> pending;
-  auto take_children = [&pending](std::vector<ScriptValue>& list) {
-    for (ScriptValue& item : list) {
-      if (item.array_) pending.push_back(std::move(item.array_));
+// Arrays and struct instances are freed from a work list instead of by recursion, so that
+// however deep a script nested them (a list of instances each holding the next, say), freeing
+// them cannot exhaust the stack.
+struct ScriptValue::Pending {
+  std::vector<std::shared_ptr<std::vector<ScriptValue>>> arrays;
+  std::vector<std::shared_ptr<ScriptScope>> scopes;
+};
+
+void ScriptValue::TakeShared(ScriptValue& v, Pending& pending) {
+  if (v.array_) pending.arrays.push_back(std::move(v.array_));
+  if (v.scope_) pending.scopes.push_back(std::move(v.scope_));
+}
+
+void ScriptValue::FreePending(Pending& pending) {
+  while (!pending.arrays.empty() || !pending.scopes.empty()) {
+    if (!pending.arrays.empty()) {
+      std::shared_ptr<std::vector<ScriptValue>> next = std::move(pending.arrays.back());
+      pending.arrays.pop_back();
+      if (next.use_count() == 1) {
+        for (ScriptValue& item : *next) TakeShared(item, pending);
+      }
+      continue;
     }
-  };
-  take_children(*items);
-  delete items;
-  while (!pending.empty()) {
-    std::shared_ptr<std::vector<ScriptValue>> next = std::move(pending.back());
-    pending.pop_back();
-    if (next.use_count() == 1) take_children(*next);
+    std::shared_ptr<ScriptScope> next = std::move(pending.scopes.back());
+    pending.scopes.pop_back();
+    if (next.use_count() == 1) {
+      for (auto& [name, member] : next->vars) TakeShared(member, pending);
+    }
   }
+}
+
+void ScriptValue::ArrayDeleter::operator()(std::vector<ScriptValue>* items) const {
+  Pending pending;
+  for (ScriptValue& item : *items) TakeShared(item, pending);
+  delete items;
+  FreePending(pending);
+}
+
+void ScriptValue::InstanceDeleter::operator()(ScriptScope* scope) const {
+  Pending pending;
+  for (auto& [name, member] : scope->vars) TakeShared(member, pending);
+  delete scope;
+  FreePending(pending);
+}
+
+std::shared_ptr<ScriptScope> ScriptValue::NewInstanceScope() {
+  return std::shared_ptr<ScriptScope>(new ScriptScope(), InstanceDeleter());
 }
 
 ScriptValue::ScriptValue(const FPValue& v) {

@@ -135,6 +135,9 @@ class ScriptValue {
   static ScriptValue StructDef(std::shared_ptr<const ScriptStructDef> def);
   /// An instance: scope holds its data members and has instance_of set.
   static ScriptValue StructInstance(std::shared_ptr<ScriptScope> scope);
+  /// A new, empty scope for a struct instance, freed like arrays without recursion however
+  /// deeply instances hold instances.
+  static std::shared_ptr<ScriptScope> NewInstanceScope();
   static ScriptValue OfPoint2(Point2 p);
   static ScriptValue Reference(std::shared_ptr<const ScriptRef> ref);
 
@@ -221,6 +224,14 @@ class ScriptValue {
   struct ArrayDeleter {
     void operator()(std::vector<ScriptValue>* items) const;
   };
+  struct InstanceDeleter {
+    void operator()(ScriptScope* scope) const;
+  };
+  struct Pending;
+  /// Moves the arrays and instances that v holds into pending.
+  static void TakeShared(ScriptValue& v, Pending& pending);
+  /// Frees what pending holds, taking the contents of each last holder first.
+  static void FreePending(Pending& pending);
 
   Kind kind_ = Kind::kValue;
   FPValue value_;

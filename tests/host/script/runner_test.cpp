@@ -595,6 +595,14 @@ TEST_F(RunnerTest, StructInstancesKeepTheObjectsTheirMembersHold) {
     ASSERT_TRUE(r.Run("keep.ctl = undefined").ok);
     EXPECT_EQ(Animatable::LiveCount(), before);
   }
+  {
+    SCOPED_TRACE("a long chain of instances, through arrays too, frees without deep recursion");
+    Run("struct Link (next); head = undefined\n"
+        "for i = 1 to 300000 do head = Link head\n"
+        "head = undefined\n"
+        "for i = 1 to 150000 do head = Link #(head)\n"
+        "head = undefined");
+  }
   // Printing and comparing follow instances, not the text they print as.
   ExpectShown(*this,
               {
