@@ -40,9 +40,9 @@
 // matchPattern substituteString trimLeft trimRight replace formattedPrint; abs floor ceil sqrt
 // exp log log10 sin cos tan asin acos atan atan2 mod pow length normalize dot cross distance
 // inverse transMatrix scaleMatrix rotateXMatrix rotateYMatrix rotateZMatrix quatToEuler; the
-// constructors point2 point3 point4 quat angleAxis eulerAngles color matrix3 interval; the variables
-// sliderTime currentTime animationRange frameRate ticksPerFrame selection objects rootNode pi
-// x_axis y_axis z_axis.
+// constructors point2 point3 point4 quat angleAxis eulerAngles color matrix3 interval; the
+// variables sliderTime currentTime animationRange frameRate ticksPerFrame selection objects
+// rootNode pi x_axis y_axis z_axis.
 //
 // Nodes: pos and transform are world space at the evaluation time, rotation the world rotation
 // and scale the scale factors under the parent; setting pos moves the position track only.

@@ -421,7 +421,8 @@ ScriptValue ScriptRunner::Impl::CallMethod(const ScriptValue& obj,
                                            std::span<const ScriptValue> args,
                                            std::span<const ScriptKeyArg> keys) {
   // A member function of a struct instance is a script function: references pass on.
-  if (ScriptValue member; GetStructMember(obj, name, member)) return Apply(member, name, args, keys);
+  if (ScriptValue member; GetStructMember(obj, name, member))
+    return Apply(member, name, args, keys);
   if (obj.AsStructInstance()) UnknownProperty(name, obj);
   std::vector<ScriptValue> arg_store;
   std::vector<ScriptKeyArg> key_store;
@@ -593,8 +594,8 @@ void ScriptRunner::Impl::AssignIndex(const AstNode& place, const ScriptValue& v)
   static constexpr const char* kComponents[] = {"x", "y", "z", "w"};
   static constexpr const char* kRows[] = {"row1", "row2", "row3", "row4"};
   const bool matrix = c.Is(FPType::TYPE_MATRIX3);
-  const int count = c.IsPoint2()                 ? 2
-                    : c.Is(FPType::TYPE_POINT3) ? 3
+  const int count = c.IsPoint2()                            ? 2
+                    : c.Is(FPType::TYPE_POINT3)             ? 3
                     : (matrix || c.Is(FPType::TYPE_POINT4)) ? 4
                                                             : 0;
   if (count == 0) NoFunction("put", c);

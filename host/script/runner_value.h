@@ -104,15 +104,15 @@ inline constexpr int kMaxArrayNesting = 64;
 class ScriptValue {
  public:
   enum class Kind : std::uint8_t {
-    kValue,     ///< an FPValue
-    kArray,     ///< #(...)
-    kSubAnim,   ///< a track: the parent animatable and its sub-anim number
-    kInterval,  ///< (interval start end)
-    kFunction,  ///< a function
-    kClass,     ///< a class
-    kMixin,     ///< a published interface of an object: owner and interface id
-    kStruct,    ///< a global structure of functions such as maxOps
-    kStream,    ///< a file or string stream
+    kValue,           ///< an FPValue
+    kArray,           ///< #(...)
+    kSubAnim,         ///< a track: the parent animatable and its sub-anim number
+    kInterval,        ///< (interval start end)
+    kFunction,        ///< a function
+    kClass,           ///< a class
+    kMixin,           ///< a published interface of an object: owner and interface id
+    kStruct,          ///< a global structure of functions such as maxOps
+    kStream,          ///< a file or string stream
     kStructDef,       ///< a struct definition made by a script
     kStructInstance,  ///< an instance of one, shared by reference like an array
     kPoint2,          ///< [x, y]

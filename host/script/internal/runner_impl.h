@@ -325,7 +325,7 @@ class ScriptRunner::Impl {
   std::vector<std::string> exceptions_;
   std::vector<AnimHandle> created_;
   std::vector<std::weak_ptr<ScriptScope>> captured_;  // scopes that may sit in cycles
-  size_t captured_pruned_ = 0;                         // size of captured_ after its last pruning
+  size_t captured_pruned_ = 0;                        // size of captured_ after its last pruning
   std::uintptr_t stack_base_ = 0;  // frame address of the outermost Run
   long long steps_ = 0;
   int depth_ = 0;

@@ -588,7 +588,8 @@ TEST_F(RunnerTest, StructInstancesKeepTheObjectsTheirMembersHold) {
   const int before = Animatable::LiveCount();
   {
     ScriptRunner r;
-    ASSERT_TRUE(r.Run("struct Holder (ctl); keep = Holder (Bezier_Float()); Holder (Bezier_Float())").ok);
+    ASSERT_TRUE(
+        r.Run("struct Holder (ctl); keep = Holder (Bezier_Float()); Holder (Bezier_Float())").ok);
     EXPECT_EQ(Animatable::LiveCount(), before + 2) << "the run's value keeps its instance's";
     ASSERT_TRUE(r.Run("1").ok);
     EXPECT_EQ(Animatable::LiveCount(), before + 1) << "only the global's instance holds one";
