@@ -63,6 +63,11 @@ bool HeldBy(const ScriptValue& root, AnimHandle h) {
       case ScriptValue::Kind::kMixin:
         if (Animatable::GetHandleByAnim(v->MixinOwner()) == h) return true;
         break;
+      case ScriptValue::Kind::kStructInstance:
+        if (seen.insert(v->AsStructInstance()).second) {
+          for (const auto& [name, member] : v->AsStructInstance()->vars) stack.push_back(&member);
+        }
+        break;
       default:
         break;
     }
@@ -239,9 +244,17 @@ void ScriptRunner::Impl::ReleaseClosures(const ScriptValue* keep, bool all) {
         }
         continue;
       }
-      const ScriptFunction* fn = v->AsFunction();
-      for (const ScriptScope* s = fn ? fn->closure.get() : nullptr; s && reached.insert(s).second;
-           s = s->parent.get()) {
+      // The scopes a value keeps alive: a function's or a struct definition's closure, an
+      // instance's members (and, through its parent, its definition's closure), a reference's.
+      const ScriptScope* scope = nullptr;
+      if (const ScriptFunction* fn = v->AsFunction()) scope = fn->closure.get();
+      if (const ScriptStructDef* def = v->AsStructDef()) scope = def->closure.get();
+      if (const ScriptScope* instance = v->AsStructInstance()) scope = instance;
+      if (const ScriptRef* ref = v->AsRef()) {
+        scope = ref->scope.get();
+        stack.push_back(&ref->container);
+      }
+      for (const ScriptScope* s = scope; s && reached.insert(s).second; s = s->parent.get()) {
         for (const auto& [name, var] : s->vars) stack.push_back(&var);
       }
     }
@@ -373,16 +386,20 @@ void ScriptRunner::Impl::CollectGarbage(const ScriptValue* keep) {
   created_ = std::move(kept);
 }
 
-ScriptScope* ScriptRunner::Impl::FindScope(const std::string& lower) const {
-  for (ScriptScope* s = env_.get(); s; s = s->parent.get()) {
-    if (s->global_names.count(lower)) return nullptr;
-    if (s->vars.count(lower)) return s;
-  }
-  return nullptr;
-}
-
 ScriptValue ScriptRunner::Impl::Lookup(const std::string& lower) const {
-  if (ScriptScope* s = FindScope(lower)) return s->vars.find(lower)->second;
+  for (ScriptScope* s = env_.get(); s; s = s->parent.get()) {
+    if (s->global_names.count(lower)) break;
+    if (auto it = s->vars.find(lower); it != s->vars.end()) {
+      // A by-reference parameter reads the caller's place.
+      return it->second.AsRef() ? ReadRef(*it->second.AsRef()) : it->second;
+    }
+    // Inside a member function the struct's other functions are names too.
+    if (s->instance_of) {
+      if (const AstNode* fn = s->instance_of->FindFunction(lower)) {
+        return BindStructFunction(s->shared_from_this(), *fn);
+      }
+    }
+  }
   if (auto it = globals.find(lower); it != globals.end()) return it->second;
   if (const GlobalEntry* g = FindGlobal(lower)) {
     return g->fn ? ScriptValue::Function(g->function) : g->getter(self);
@@ -404,7 +421,11 @@ void ScriptRunner::Impl::SetVariable(const std::string& lower, const ScriptValue
       return;
     }
     if (auto it = s->vars.find(lower); it != s->vars.end()) {
-      it->second = v;
+      if (const ScriptRef* ref = it->second.AsRef()) {
+        WriteRef(*ref, v);
+      } else {
+        it->second = v;
+      }
       return;
     }
   }

@@ -4,7 +4,7 @@
 //
 // The language, in brief (identifiers and names compare without case):
 //   values      12  1.5  1e3  0x1F  10f (frames)  100t (ticks)  "text\n"  @"C:\verbatim"  #name
-//               true false on off undefined ok  [x, y, z]  [x, y, z, w]  #(1, "a", #b)
+//               true false on off undefined ok  [x, y]  [x, y, z]  [x, y, z, w]  #(1, "a", #b)
 //   variables   x = 1   local a, b = 2   global g   x += 1 (also -= *= /=)
 //   access      $Box001  $'two words'  $ (the selection)  obj.prop  obj.prop = v  arr[1]
 //               $a.pos.controller  $a.rotation.controller.x_rotation.controller
@@ -15,6 +15,15 @@
 //               for i = 1 to n by s where c do|collect e   for x in arr do|collect e
 //               case [x] of ( 1: a  default: b )  try a catch b  throw "text"
 //               fn name a b key:1 = body  return v  exit [with v]  continue
+//   by reference fn f &a &key: = (a = 1)  called f &v key:&w; & takes a variable, a struct
+//               member or property (&s.a), or an array element (&arr[2]). A by-reference
+//               parameter reads and sets that place, also from closures made in the call;
+//               given a plain value it is a local copy, and & to a plain parameter or a native
+//               function passes the value.
+//   structs     struct Foo (a, b = 2, fn sum = a + b, on create do (...))  Foo 1 2  Foo b:3
+//               s.a  s.a = 1  s.sum()  copy s; instances are shared like arrays, member
+//               functions see and set the members and call each other by name, and defaults
+//               are made for each instance in member order.
 //   contexts    at time t e   animate on e   undo "label" on e   undo off e
 //               with animate on, undo off e   with redraw off e
 //               in coordsys world|parent|local|gimbal|<node>|<matrix3> e
@@ -31,9 +40,9 @@
 // matchPattern substituteString trimLeft trimRight replace formattedPrint; abs floor ceil sqrt
 // exp log log10 sin cos tan asin acos atan atan2 mod pow length normalize dot cross distance
 // inverse transMatrix scaleMatrix rotateXMatrix rotateYMatrix rotateZMatrix quatToEuler; the
-// constructors point3 point4 quat angleAxis eulerAngles color matrix3 interval; the variables
-// sliderTime currentTime animationRange frameRate ticksPerFrame selection objects rootNode pi
-// x_axis y_axis z_axis.
+// constructors point2 point3 point4 quat angleAxis eulerAngles color matrix3 interval; the
+// variables sliderTime currentTime animationRange frameRate ticksPerFrame selection objects
+// rootNode pi x_axis y_axis z_axis.
 //
 // Nodes: pos and transform are world space at the evaluation time, rotation the world rotation
 // and scale the scale factors under the parent; setting pos moves the position track only.
@@ -50,9 +59,8 @@
 // 1 to 9) and, on list controllers, count active available weight and the methods getName
 // setName setActive getActive delete. obj[i] and obj[#name] are an object's tracks.
 //
-// Not supported, each a syntax error naming it: struct, rollout and the other definitions of
-// tools and plug-ins, mapped functions, about, by-reference arguments (&), Point2 values, path
-// names with wildcards or levels.
+// Not supported, each a syntax error naming it: rollout and the other definitions of tools and
+// plug-ins, mapped functions, about, path names with wildcards or levels.
 //
 // Errors. A failure stops the script (unless a try catches it) and is reported as
 // "-- <message> (line L, column C)" where the place is that of the expression that failed.

@@ -34,7 +34,7 @@ enum class AstKind : std::uint8_t {
   kIdentifier,  ///< text: the variable's name
   kPathName,    ///< text: the node name after $; empty for $ alone (the selection)
   kArray,       ///< #(...): children are the elements
-  kPoint,       ///< [x, y, z] or [x, y, z, w]: children are the components
+  kPoint,       ///< [x, y], [x, y, z] or [x, y, z, w]: children are the components
   kBlock,       ///< ( ... ): children are the expressions; a new scope
   kProperty,    ///< children {object}; text: the property name
   kIndex,       ///< children {object, index}
@@ -65,6 +65,9 @@ enum class AstKind : std::uint8_t {
                 ///< kParameters per parameters clause (rollouts are dropped by the parser)
   kParameters,  ///< text: the block's name; children: one kParamDef per parameter
   kParamDef,    ///< text: the parameter's name; keys: its clauses (type:, default:, ui:, ...)
+  kStruct,      ///< text: the name; keys: the data members in order with their defaults (or
+                ///< null); children {on create body or null, member kFunction nodes...}
+  kRef,         ///< &place as an argument: children {identifier, property or index}
 };
 
 /// Context expressions (AstKind::kContext).
@@ -86,6 +89,7 @@ struct AstNamed {
   std::string name;
   std::unique_ptr<AstNode> value;  ///< may be null
   bool keyword = false;            ///< for function parameters: a keyword parameter
+  bool by_ref = false;             ///< for function parameters: declared &name
 };
 
 /// One node of the syntax tree. Nodes own their children; a tree is freed without recursion, so

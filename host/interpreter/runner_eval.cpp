@@ -73,41 +73,7 @@ int ScriptIndex(const ScriptValue& index) {
 
 }  // namespace
 
-// Makes scope the innermost scope until the guard ends.
-class ScriptRunner::Impl::ScopeSwap {
- public:
-  ScopeSwap(Impl& impl, std::shared_ptr<ScriptScope> scope)
-      : impl_(impl), saved_(std::exchange(impl.env_, std::move(scope))) {}
-  ~ScopeSwap() { impl_.env_ = std::move(saved_); }
-  ScopeSwap(const ScopeSwap&) = delete;
-  ScopeSwap& operator=(const ScopeSwap&) = delete;
-
- private:
-  Impl& impl_;
-  std::shared_ptr<ScriptScope> saved_;
-};
-
-// Makes program the one that function definitions keep alive until the guard ends.
-class ScriptRunner::Impl::ProgramSwap {
- public:
-  ProgramSwap(Impl& impl, std::shared_ptr<const ScriptProgram> program)
-      : impl_(impl), saved_(std::exchange(impl.program_, std::move(program))) {}
-  ~ProgramSwap() { impl_.program_ = std::move(saved_); }
-  ProgramSwap(const ProgramSwap&) = delete;
-  ProgramSwap& operator=(const ProgramSwap&) = delete;
-
- private:
-  Impl& impl_;
-  std::shared_ptr<const ScriptProgram> saved_;
-};
-
 namespace {
-
-std::shared_ptr<ScriptScope> ChildScope(const std::shared_ptr<ScriptScope>& parent) {
-  auto scope = std::make_shared<ScriptScope>();
-  scope->parent = parent;
-  return scope;
-}
 
 template <typename T>
 class PopGuard {
@@ -222,6 +188,10 @@ ScriptValue ScriptRunner::Impl::EvalNode(const AstNode& n) {
       return EvalCase(n);
     case AstKind::kAttributes:
       return EvalAttributes(n);
+    case AstKind::kStruct:
+      return EvalStruct(n);
+    case AstKind::kRef:
+      return EvalRef(*n.children[0]);
     case AstKind::kParameters:
     case AstKind::kParamDef:
       break;
@@ -307,6 +277,7 @@ ScriptValue ScriptRunner::Impl::EvalPath(const AstNode& n) {
 ScriptValue ScriptRunner::Impl::EvalPoint(const AstNode& n) {
   float c[4] = {0.0f, 0.0f, 0.0f, 0.0f};
   for (size_t i = 0; i < n.children.size() && i < 4; ++i) c[i] = ToFloat(Eval(*n.children[i]));
+  if (n.children.size() == 2) return ScriptValue::OfPoint2(Point2(c[0], c[1]));
   if (n.children.size() == 4) return FPValue(Point4(c[0], c[1], c[2], c[3]));
   return FPValue(Point3(c[0], c[1], c[2]));
 }
@@ -365,6 +336,10 @@ ScriptValue ScriptRunner::Impl::EvalIndex(const AstNode& n) {
     const int i = check(ToInt(index), static_cast<int>(s.size()));
     return FPValue(s.substr(static_cast<size_t>(i), 1));
   }
+  if (c.IsPoint2()) {
+    const Point2 p = c.AsPoint2();
+    return FPValue(check(ToInt(index), 2) == 0 ? p.x : p.y);
+  }
   if (c.Is(FPType::TYPE_POINT3)) return FPValue(v.AsPoint3()[check(ToInt(index), 3)]);
   if (c.Is(FPType::TYPE_POINT4)) return FPValue(v.AsPoint4()[check(ToInt(index), 4)]);
   if (c.Is(FPType::TYPE_MATRIX3)) return FPValue(v.AsMatrix3().GetRow(check(ToInt(index), 4)));
@@ -408,23 +383,50 @@ ScriptValue ScriptRunner::Impl::Apply(const ScriptValue& fn,
                                       std::string_view name,
                                       std::span<const ScriptValue> args,
                                       std::span<const ScriptKeyArg> keys) {
-  if (const ScriptFunction* f = fn.AsFunction()) {
-    if (f->native) {
-      ScriptCall call(self, f->name, args, keys);
-      return f->native(call);
-    }
-    return CallScriptFunction(*f, args, keys);
+  const ScriptFunction* f = fn.AsFunction();
+  if (f && !f->native) return CallScriptFunction(*f, args, keys);
+  std::vector<ScriptValue> arg_store;
+  std::vector<ScriptKeyArg> key_store;
+  Dereference(args, keys, arg_store, key_store);
+  if (f) {
+    ScriptCall call(self, f->name, args, keys);
+    return f->native(call);
   }
   if (const ScriptClass* cls = fn.AsClass(); cls && !cls->super) {
     return CreateObject(*cls, args, keys);
   }
+  if (fn.AsStructDef()) return ConstructStruct(fn.StructDefPtr(), args, keys);
   Raise("Type error: Call needs function or class, got: " + ScriptValueString(fn));
+}
+
+void ScriptRunner::Impl::Dereference(std::span<const ScriptValue>& args,
+                                     std::span<const ScriptKeyArg>& keys,
+                                     std::vector<ScriptValue>& arg_store,
+                                     std::vector<ScriptKeyArg>& key_store) const {
+  const bool any = std::any_of(args.begin(), args.end(),
+                               [](const ScriptValue& a) { return a.AsRef() != nullptr; }) ||
+                   std::any_of(keys.begin(), keys.end(),
+                               [](const ScriptKeyArg& k) { return k.value.AsRef() != nullptr; });
+  if (!any) return;
+  for (const ScriptValue& a : args) arg_store.push_back(a.AsRef() ? ReadRef(*a.AsRef()) : a);
+  for (const ScriptKeyArg& k : keys) {
+    key_store.push_back({k.name, k.value.AsRef() ? ReadRef(*k.value.AsRef()) : k.value});
+  }
+  args = arg_store;
+  keys = key_store;
 }
 
 ScriptValue ScriptRunner::Impl::CallMethod(const ScriptValue& obj,
                                            std::string_view name,
                                            std::span<const ScriptValue> args,
                                            std::span<const ScriptKeyArg> keys) {
+  // A member function of a struct instance is a script function: references pass on.
+  if (ScriptValue member; GetStructMember(obj, name, member))
+    return Apply(member, name, args, keys);
+  if (obj.AsStructInstance()) UnknownProperty(name, obj);
+  std::vector<ScriptValue> arg_store;
+  std::vector<ScriptKeyArg> key_store;
+  Dereference(args, keys, arg_store, key_store);
   if (obj.GetKind() == ScriptValue::Kind::kStruct) {
     const GlobalEntry* g = FindGlobal(obj.StructName() + "." + LowerName(name));
     if (!g) UnknownProperty(name, obj);
@@ -459,11 +461,17 @@ ScriptValue ScriptRunner::Impl::CallScriptFunction(const ScriptFunction& fn,
   auto scope = ChildScope(fn.closure);
   ScopeSwap swap(*this, scope);
   ProgramSwap program(*this, fn.program);
+  // A by-reference parameter keeps the place it was given, so that reading and setting it read
+  // and set the caller's variable; any other parameter takes the value (a plain value given to
+  // a by-reference parameter is just a value, and setting it changes nothing outside).
+  auto bind = [this](const AstNamed& p, const ScriptValue& v) {
+    return p.by_ref || !v.AsRef() ? v : ReadRef(*v.AsRef());
+  };
   size_t next = 0;
   for (const AstNamed& p : def.keys) {
     const std::string lower = LowerName(p.name);
     if (!p.keyword) {
-      scope->vars[lower] = args[next++];
+      scope->vars[lower] = bind(p, args[next++]);
       continue;
     }
     const ScriptKeyArg* given = nullptr;
@@ -471,7 +479,7 @@ ScriptValue ScriptRunner::Impl::CallScriptFunction(const ScriptFunction& fn,
       if (ScriptNameEquals(k.name, p.name)) given = &k;
     }
     // Defaults see the parameters before them.
-    scope->vars[lower] = given ? given->value : p.value ? Eval(*p.value) : ScriptValue();
+    scope->vars[lower] = given ? bind(p, given->value) : p.value ? Eval(*p.value) : ScriptValue();
   }
   try {
     return Eval(*def.children[0]);
@@ -586,7 +594,10 @@ void ScriptRunner::Impl::AssignIndex(const AstNode& place, const ScriptValue& v)
   static constexpr const char* kComponents[] = {"x", "y", "z", "w"};
   static constexpr const char* kRows[] = {"row1", "row2", "row3", "row4"};
   const bool matrix = c.Is(FPType::TYPE_MATRIX3);
-  const int count = c.Is(FPType::TYPE_POINT3) ? 3 : (matrix || c.Is(FPType::TYPE_POINT4)) ? 4 : 0;
+  const int count = c.IsPoint2()                            ? 2
+                    : c.Is(FPType::TYPE_POINT3)             ? 3
+                    : (matrix || c.Is(FPType::TYPE_POINT4)) ? 4
+                                                            : 0;
   if (count == 0) NoFunction("put", c);
   if (i < 1 || i > count) Raise("Runtime error: index out of range: " + ScriptValueString(index));
   WithComponent(c, matrix ? kRows[i - 1] : kComponents[i - 1], v, updated);
@@ -794,7 +805,7 @@ ScriptValue ScriptRunner::Impl::EvalFunction(const AstNode& n) {
   fn->program = program_;
   fn->def = &n;
   fn->closure = env_;
-  if (captured_.empty() || captured_.back().lock() != env_) captured_.push_back(env_);
+  NoteCaptured(env_);
   ScriptValue value = ScriptValue::Function(std::move(fn));
   Define(LowerName(n.text), value);
   return value;

@@ -436,6 +436,7 @@ ScriptValue InsertItem(ScriptCall& call) {
 ScriptValue Copy(ScriptCall& call) {
   call.ExpectArgs(1, 1);
   const ScriptValue& v = call.Arg(0);
+  if (v.AsStructInstance()) return ImplOf(call).CopyStructInstance(v);
   return v.IsArray() ? ScriptValue::Array(v.Items()) : v;
 }
 
@@ -673,6 +674,7 @@ Point3 PointArg(ScriptCall& call, int i) {
 
 ScriptValue LengthFn(ScriptCall& call) {
   call.ExpectArgs(1, 1);
+  if (call.Arg(0).IsPoint2()) return FPValue(Length(call.Arg(0).AsPoint2()));
   return FPValue(Length(PointArg(call, 0)));
 }
 
@@ -693,6 +695,9 @@ ScriptValue Cross(ScriptCall& call) {
 
 ScriptValue Distance(ScriptCall& call) {
   call.ExpectArgs(2, 2);
+  if (call.Arg(0).IsPoint2() && call.Arg(1).IsPoint2()) {
+    return FPValue(Length(call.Arg(0).AsPoint2() - call.Arg(1).AsPoint2()));
+  }
   return FPValue(Length(PointArg(call, 0) - PointArg(call, 1)));
 }
 

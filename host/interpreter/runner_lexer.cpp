@@ -54,6 +54,7 @@ constexpr std::array kKeywords = {
     KeywordEntry{"on", Keyword::kOn},
     KeywordEntry{"or", Keyword::kOr},
     KeywordEntry{"return", Keyword::kReturn},
+    KeywordEntry{"struct", Keyword::kStruct},
     KeywordEntry{"then", Keyword::kThen},
     KeywordEntry{"throw", Keyword::kThrow},
     KeywordEntry{"to", Keyword::kTo},
@@ -74,7 +75,6 @@ constexpr std::array kKeywords = {
     KeywordEntry{"rcmenu", Keyword::kUnsupported},
     KeywordEntry{"rollout", Keyword::kUnsupported},
     KeywordEntry{"set", Keyword::kUnsupported},
-    KeywordEntry{"struct", Keyword::kUnsupported},
     KeywordEntry{"tool", Keyword::kUnsupported},
     KeywordEntry{"utility", Keyword::kUnsupported},
     KeywordEntry{"when", Keyword::kUnsupported},
@@ -226,8 +226,6 @@ class Lexer {
         return Hash(tok);
       case '$':
         return Path(tok);
-      case '&':
-        return Fail(tok.pos, "by-reference arguments (&) are not supported");
       case '?':
         return Fail(tok.pos, "? is not supported");
       default:
@@ -254,6 +252,7 @@ class Lexer {
         Op{">", TokenKind::kGt},           Op{"+", TokenKind::kPlus},
         Op{"-", TokenKind::kMinus},        Op{"*", TokenKind::kTimes},
         Op{"/", TokenKind::kDiv},          Op{"^", TokenKind::kPower},
+        Op{"&", TokenKind::kAmpersand},
     };
     for (const Op& op : kOps) {
       if (text_.substr(i_, op.spelling.size()) == op.spelling) {

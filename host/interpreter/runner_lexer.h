@@ -47,10 +47,11 @@ enum class TokenKind : std::uint8_t {
   kTimes,
   kDiv,
   kPower,
+  kAmpersand,  ///< & before a by-reference parameter or argument
 };
 
 /// Reserved words. kUnsupported marks words the language reserves for constructs this runner
-/// does not run (struct, rollout, coordsys, ...): the parser names them in its error.
+/// does not run (rollout, plugin, ...): the parser names them in its error.
 enum class Keyword : std::uint8_t {
   kNone,
   kAnd,
@@ -81,6 +82,7 @@ enum class Keyword : std::uint8_t {
   kOn,
   kOr,
   kReturn,
+  kStruct,
   kThen,
   kThrow,
   kTo,

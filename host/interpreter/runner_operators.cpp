@@ -149,12 +149,12 @@ constexpr std::array kSuperNames = {
 };
 
 // The runner's own classes of values; the constructors among them are marked.
-constexpr std::array<const char*, 24> kValueClasses = {
+constexpr std::array<const char*, 25> kValueClasses = {
     "Integer",   "Float",          "Double",         "BooleanClass", "String",
-    "Name",      "Time",           "Array",          "BitArray",     "Point3",
-    "Point4",    "Quat",           "AngleAxis",      "EulerAngles",  "Matrix3",
-    "Color",     "Interval",       "UndefinedClass", "OkClass",      "SubAnim",
-    "MAXScriptFunction", "Primitive", "Interface",   "MixinInterface",
+    "Name",      "Time",           "Array",          "BitArray",     "Point2",
+    "Point3",    "Point4",         "Quat",           "AngleAxis",    "EulerAngles",
+    "Matrix3",   "Color",          "Interval",       "UndefinedClass", "OkClass",
+    "SubAnim",   "MAXScriptFunction", "Primitive",   "Interface",    "MixinInterface",
 };
 constexpr std::array<const char*, 3> kValueSuperClasses = {"Number", "Value", "ReferenceTarget"};
 
@@ -175,6 +175,29 @@ Animatable* ClassSubject(const ScriptValue& v) {
     return obj ? obj->FindBaseObject() : nullptr;
   }
   return AnimOf(v);
+}
+
+// Point2 arithmetic: with another Point2 component by component, with a number on each
+// component (a number on the left adds, subtracts from or multiplies each component).
+ScriptValue Point2Arithmetic(TokenKind op, const ScriptValue& a, const ScriptValue& b) {
+  const bool both = a.IsPoint2() && b.IsPoint2();
+  if (op == TokenKind::kPower || (!both && !(a.IsNumber() || b.IsNumber())) ||
+      (a.IsNumber() && op == TokenKind::kDiv)) {
+    NoFunction(OpText(op), a);
+  }
+  const Point2 p = a.IsPoint2() ? a.AsPoint2() : Point2(a.AsFloat(), a.AsFloat());
+  const Point2 q = b.IsPoint2() ? b.AsPoint2() : Point2(b.AsFloat(), b.AsFloat());
+  switch (op) {
+    case TokenKind::kPlus:
+      return ScriptValue::OfPoint2(p + q);
+    case TokenKind::kMinus:
+      return ScriptValue::OfPoint2(p - q);
+    case TokenKind::kTimes:
+      return ScriptValue::OfPoint2(Point2(p.x * q.x, p.y * q.y));
+    default:
+      if (q.x == 0.0f || q.y == 0.0f) DivideByZero();
+      return ScriptValue::OfPoint2(Point2(p.x / q.x, p.y / q.y));
+  }
 }
 
 Quat EulerDegrees(float x, float y, float z) {
@@ -254,6 +277,7 @@ ScriptValue Arithmetic(TokenKind op, const ScriptValue& a, const ScriptValue& b)
     }
     NoFunction(OpText(op), a);
   }
+  if (a.IsPoint2() || b.IsPoint2()) return Point2Arithmetic(op, a, b);
   if (a.Is(TYPE_STRING) && op == TokenKind::kPlus) return FPValue(a.AsString() + ToText(b));
   if (a.Is(TYPE_POINT3)) {
     const Point3 p = a.AsPoint3();
@@ -358,6 +382,7 @@ ScriptValue Negate(const ScriptValue& a) {
   if (a.Is(TYPE_FLOAT)) return FPValue(-a.AsFloat());
   if (a.Is(TYPE_TIMEVALUE)) return FPValue::Time(ClampTicks(-static_cast<double>(a.Fp().AsTime())));
   if (a.Is(TYPE_POINT3)) return FPValue(-a.AsPoint3());
+  if (a.IsPoint2()) return ScriptValue::OfPoint2(-a.AsPoint2());
   if (a.Is(TYPE_POINT4)) {
     const Point4 p = a.Fp().AsPoint4();
     return FPValue(Point4(-p.x, -p.y, -p.z, -p.w));
@@ -398,6 +423,15 @@ ScriptValue ClassOf(const ScriptValue& v) {
       return ScriptValue::Class({nullptr, "StructDef", false});
     case Kind::kStream:
       return ValueClass(v.AsStream()->path.empty() ? "StringStream" : "FileStream");
+    case Kind::kStructDef:
+      return ScriptValue::Class({nullptr, "StructDef", false});
+    case Kind::kStructInstance:
+      // An instance's class is its definition, so that classOf s == Foo.
+      return ScriptValue::StructDef(v.AsStructInstance()->instance_of);
+    case Kind::kPoint2:
+      return ValueClass("Point2");
+    case Kind::kRef:
+      return ScriptValue::Class({nullptr, "ValueRef", false});
     case Kind::kValue:
       break;
   }
@@ -518,6 +552,15 @@ ScriptValue ConvertAs(const ScriptValue& value, const ScriptValue& cls_value) {
       return FPValue(Point3(c.r, c.g, c.b) * 255.0f);
     }
   }
+  if (is("Point3") && value.IsPoint2()) {
+    return FPValue(Point3(value.AsPoint2().x, value.AsPoint2().y, 0.0f));
+  }
+  if (is("Point2")) {
+    if (value.IsPoint2()) return value;
+    if (value.Is(TYPE_POINT3)) {
+      return ScriptValue::OfPoint2(Point2(value.AsPoint3().x, value.AsPoint3().y));
+    }
+  }
   if (is("Point4")) {
     if (value.Is(TYPE_POINT4)) return value;
     if (value.Is(TYPE_POINT3)) return FPValue(Point4(value.AsPoint3(), 0.0f));
@@ -563,6 +606,10 @@ ScriptValue ConstructBuiltin(const ScriptClass& cls, std::span<const ScriptValue
     if (n != count) throw ArgCountError(cls.name, count, n);
   };
   auto f = [&args](int i) { return ToFloat(args[static_cast<size_t>(i)]); };
+  if (is("Point2")) {
+    want(2);
+    return ScriptValue::OfPoint2(Point2(f(0), f(1)));
+  }
   if (is("Point3")) {
     want(3);
     return FPValue(Point3(f(0), f(1), f(2)));

@@ -145,6 +145,8 @@ class Parser {
         case Keyword::kFn:
         case Keyword::kFunction:
           return Function();
+        case Keyword::kStruct:
+          return Struct();
         case Keyword::kMapped:
           Fail(t.pos, "mapped functions are not supported");
         case Keyword::kReturn:
@@ -387,13 +389,21 @@ class Parser {
     if (!IsName(Cur())) Expected("a function name");
     n->text = Cur().text;
     Next();
-    while (IsName(Cur())) {
+    while (IsName(Cur()) || Is(TokenKind::kAmpersand)) {
       AstNamed param;
+      if (Is(TokenKind::kAmpersand)) {
+        param.by_ref = true;
+        Next();
+        if (!IsName(Cur())) Expected("a parameter name");
+      }
       param.name = Cur().text;
       Next();
       if (Is(TokenKind::kColon)) {
         param.keyword = true;
         Next();
+        if (Is(TokenKind::kAmpersand)) {
+          Fail(Cur().pos, "a by-reference keyword parameter is written &" + param.name + ":");
+        }
         if (!Is(TokenKind::kAssign)) param.value = KeyValue();
       }
       n->keys.push_back(std::move(param));
@@ -401,6 +411,78 @@ class Parser {
     Expect(TokenKind::kAssign, "=");
     SkipNewlines();
     n->children.push_back(Expr());
+    return n;
+  }
+
+  // struct Name (member, member = default, fn f x = ..., on create do ...): members separated
+  // by commas.
+  NodePtr Struct() {
+    auto n = MakeNode(AstKind::kStruct, Cur().pos);
+    Next();
+    if (!IsName(Cur())) Expected("a struct name");
+    n->text = Cur().text;
+    Next();
+    SkipNewlines();
+    Expect(TokenKind::kLParen, "(");
+    n->children.push_back(nullptr);  // the create handler
+    std::vector<std::string> names;
+    auto add_name = [&](const ScriptToken& t) {
+      for (const std::string& seen : names) {
+        if (ScriptNameEquals(seen, t.text)) Fail(t.pos, "duplicate struct member " + t.text);
+      }
+      names.push_back(t.text);
+    };
+    while (true) {
+      SkipNewlines();
+      if (Is(TokenKind::kRParen) && !names.empty()) break;
+      if (IsWord(Keyword::kFn) || IsWord(Keyword::kFunction)) {
+        add_name(Ahead(1));
+        n->children.push_back(Function());
+      } else if (IsWord(Keyword::kOn)) {
+        Next();
+        if (!IsPlain(Cur(), "create")) {
+          Fail(Cur().pos, "a struct takes no event handler but on create");
+        }
+        if (n->children[0]) Fail(Cur().pos, "a second on create handler");
+        Next();
+        SkipNewlines();
+        ExpectWord(Keyword::kDo, "do");
+        SkipNewlines();
+        n->children[0] = Expr();
+      } else {
+        if (!IsName(Cur())) Expected("a struct member");
+        add_name(Cur());
+        AstNamed member;
+        member.name = Cur().text;
+        Next();
+        if (Is(TokenKind::kAssign)) {
+          Next();
+          SkipNewlines();
+          member.value = Expr();
+        }
+        n->keys.push_back(std::move(member));
+      }
+      SkipNewlines();
+      if (Is(TokenKind::kRParen)) break;
+      Expect(TokenKind::kComma, ", or )");
+    }
+    Next();
+    return n;
+  }
+
+  // &place as an argument: a variable, a property or an array element passed by reference.
+  NodePtr RefArgument() {
+    auto n = MakeNode(AstKind::kRef, Cur().pos);
+    Next();
+    if (!Is(TokenKind::kIdentifier) && !Is(TokenKind::kPath) && !Is(TokenKind::kLParen)) {
+      Expected("a variable after &");
+    }
+    NodePtr place = Operand();
+    if (place->kind != AstKind::kIdentifier && place->kind != AstKind::kProperty &&
+        place->kind != AstKind::kIndex) {
+      Fail(n->pos, "& takes a variable, a property or an array element");
+    }
+    n->children.push_back(std::move(place));
     return n;
   }
 
@@ -750,6 +832,7 @@ class Parser {
       case TokenKind::kBitArray:
       case TokenKind::kLParen:
       case TokenKind::kLBracket:
+      case TokenKind::kAmpersand:
         return true;
       case TokenKind::kIdentifier:
         return t.keyword == Keyword::kNone || t.keyword == Keyword::kTrue ||
@@ -788,8 +871,10 @@ class Parser {
         key.name = Cur().text;
         Next();
         Next();
-        key.value = KeyValue();
+        key.value = Is(TokenKind::kAmpersand) ? RefArgument() : KeyValue();
         n->keys.push_back(std::move(key));
+      } else if (Is(TokenKind::kAmpersand)) {
+        n->children.push_back(RefArgument());
       } else {
         n->children.push_back(Operand());
       }
@@ -866,9 +951,8 @@ class Parser {
         return List(AstKind::kArray, TokenKind::kRParen, ")");
       case TokenKind::kLBracket: {
         auto n = List(AstKind::kPoint, TokenKind::kRBracket, "]");
-        if (n->children.size() == 2) Fail(n->pos, "Point2 values [x, y] are not supported");
-        if (n->children.size() != 3 && n->children.size() != 4) {
-          Fail(n->pos, "a point takes 3 or 4 components");
+        if (n->children.size() < 2 || n->children.size() > 4) {
+          Fail(n->pos, "a point takes 2, 3 or 4 components");
         }
         return n;
       }

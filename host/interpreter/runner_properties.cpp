@@ -532,6 +532,10 @@ bool GetComponent(const ScriptValue& obj, std::string_view name, ScriptValue& ou
     }
     return -1;
   };
+  if (obj.IsPoint2()) {
+    if (int i = axis(2); i >= 0) out = FPValue(i == 0 ? obj.AsPoint2().x : obj.AsPoint2().y);
+    return axis(2) >= 0;
+  }
   if (obj.Is(TYPE_POINT3)) {
     if (int i = axis(3); i >= 0) out = FPValue(v.AsPoint3()[i]);
     return axis(3) >= 0;
@@ -794,7 +798,10 @@ bool GetProperty(const ScriptValue& obj, std::string_view name, TimeValue t, Scr
       return true;
     }
     case ScriptValue::Kind::kInterval:
+    case ScriptValue::Kind::kPoint2:
       return GetComponent(obj, name, out);
+    case ScriptValue::Kind::kStructInstance:
+      return GetStructMember(obj, name, out);
     default:
       break;
   }
@@ -850,6 +857,8 @@ bool SetProperty(const ScriptValue& obj, std::string_view name, const ScriptValu
       FromResult(r, name);
       return true;
     }
+    case ScriptValue::Kind::kStructInstance:
+      return SetStructMember(obj, name, v);
     case ScriptValue::Kind::kValue:
       break;
     default:
@@ -881,7 +890,11 @@ bool WithComponent(const ScriptValue& obj,
   for (int i = 0; i < 4; ++i) {
     if (Named(name, kXYZW[i])) axis = i;
   }
-  if (obj.Is(TYPE_POINT3) && axis >= 0) {
+  if (obj.IsPoint2() && axis >= 0) {
+    Point2 p = obj.AsPoint2();
+    (axis == 0 ? p.x : p.y) = ToFloat(v);
+    out = ScriptValue::OfPoint2(p);
+  } else if (obj.Is(TYPE_POINT3) && axis >= 0) {
     Point3 p = fp.AsPoint3();
     p[axis] = ToFloat(v);
     out = FPValue(p);

@@ -1,6 +1,7 @@
 // Copyright Marvolith contributors.
 #include "host/interpreter/runner_value.h"
 
+#include <cstdio>
 #include <unordered_set>
 #include <utility>
 
@@ -20,6 +21,13 @@ const std::vector<ScriptValue>& EmptyItems() {
 }
 
 [[noreturn]] void TooDeep() { throw MAXScriptException("Runtime error: arrays nested too deeply"); }
+
+// A Point2 component as points print theirs: %g, so 1 prints as 1 and 0.5 as 0.5.
+std::string Component(float f) {
+  char buf[32];
+  std::snprintf(buf, sizeof(buf), "%g", static_cast<double>(f));
+  return buf;
+}
 
 void Print(const ScriptValue& v, std::string& out, int depth) {
   switch (v.GetKind()) {
@@ -71,6 +79,42 @@ void Print(const ScriptValue& v, std::string& out, int depth) {
                               : "<File:" + st->path + ">";
       return;
     }
+    case ScriptValue::Kind::kStructDef: {
+      const AstNode& def = *v.AsStructDef()->def;
+      out += "#Struct:" + v.AsStructDef()->name + "(";
+      bool first = true;
+      for (const AstNamed& m : def.keys) {
+        out += (first ? "" : ", ") + m.name;
+        first = false;
+      }
+      for (size_t i = 1; i < def.children.size(); ++i) {
+        out += (first ? "" : ", ") + def.children[i]->text;
+        first = false;
+      }
+      out += ")";
+      return;
+    }
+    case ScriptValue::Kind::kStructInstance: {
+      const ScriptScope* scope = v.AsStructInstance();
+      if (depth >= kMaxArrayNesting) {
+        out += "(...)";
+        return;
+      }
+      out += "(" + scope->instance_of->name;
+      for (const AstNamed& m : scope->instance_of->def->keys) {
+        out += " " + m.name + ":";
+        auto it = scope->vars.find(script_internal::LowerName(m.name));
+        Print(it == scope->vars.end() ? ScriptValue() : it->second, out, depth + 1);
+      }
+      out += ")";
+      return;
+    }
+    case ScriptValue::Kind::kPoint2:
+      out += "[" + Component(v.AsPoint2().x) + "," + Component(v.AsPoint2().y) + "]";
+      return;
+    case ScriptValue::Kind::kRef:
+      out += "<reference>";
+      return;
   }
 }
 
@@ -136,6 +180,14 @@ bool Equals(const ScriptValue& a, const ScriptValue& b, int depth) {
       return a.AsStream() == b.AsStream();
     case Kind::kStruct:
       return ScriptNameEquals(a.StructName(), b.StructName());
+    case Kind::kStructDef:
+      return a.AsStructDef() == b.AsStructDef();
+    case Kind::kStructInstance:
+      return a.AsStructInstance() == b.AsStructInstance();
+    case Kind::kPoint2:
+      return a.AsPoint2().x == b.AsPoint2().x && a.AsPoint2().y == b.AsPoint2().y;
+    case Kind::kRef:
+      return a.AsRef() == b.AsRef();
   }
   return false;
 }
@@ -166,22 +218,53 @@ FPValue ToFP(const ScriptValue& v, int depth) {
 
 }  // namespace
 
-void ScriptValue::ArrayDeleter::operator()(std::vector<ScriptValue>* items) const {
-  // Frees nested arrays from a work list instead of by recursion, so that however deep a script
-  // nested its arrays, freeing them cannot exhaust the stack.
-  std::vector<std::shared_ptr<std::vector<ScriptValue>>> pending;
-  auto take_children = [&pending](std::vector<ScriptValue>& list) {
-    for (ScriptValue& item : list) {
-      if (item.array_) pending.push_back(std::move(item.array_));
+// Arrays and struct instances are freed from a work list instead of by recursion, so that
+// however deep a script nested them (a list of instances each holding the next, say), freeing
+// them cannot exhaust the stack.
+struct ScriptValue::Pending {
+  std::vector<std::shared_ptr<std::vector<ScriptValue>>> arrays;
+  std::vector<std::shared_ptr<ScriptScope>> scopes;
+};
+
+void ScriptValue::TakeShared(ScriptValue& v, Pending& pending) {
+  if (v.array_) pending.arrays.push_back(std::move(v.array_));
+  if (v.scope_) pending.scopes.push_back(std::move(v.scope_));
+}
+
+void ScriptValue::FreePending(Pending& pending) {
+  while (!pending.arrays.empty() || !pending.scopes.empty()) {
+    if (!pending.arrays.empty()) {
+      std::shared_ptr<std::vector<ScriptValue>> next = std::move(pending.arrays.back());
+      pending.arrays.pop_back();
+      if (next.use_count() == 1) {
+        for (ScriptValue& item : *next) TakeShared(item, pending);
+      }
+      continue;
     }
-  };
-  take_children(*items);
-  delete items;
-  while (!pending.empty()) {
-    std::shared_ptr<std::vector<ScriptValue>> next = std::move(pending.back());
-    pending.pop_back();
-    if (next.use_count() == 1) take_children(*next);
+    std::shared_ptr<ScriptScope> next = std::move(pending.scopes.back());
+    pending.scopes.pop_back();
+    if (next.use_count() == 1) {
+      for (auto& [name, member] : next->vars) TakeShared(member, pending);
+    }
   }
+}
+
+void ScriptValue::ArrayDeleter::operator()(std::vector<ScriptValue>* items) const {
+  Pending pending;
+  for (ScriptValue& item : *items) TakeShared(item, pending);
+  delete items;
+  FreePending(pending);
+}
+
+void ScriptValue::InstanceDeleter::operator()(ScriptScope* scope) const {
+  Pending pending;
+  for (auto& [name, member] : scope->vars) TakeShared(member, pending);
+  delete scope;
+  FreePending(pending);
+}
+
+std::shared_ptr<ScriptScope> ScriptValue::NewInstanceScope() {
+  return std::shared_ptr<ScriptScope>(new ScriptScope(), InstanceDeleter());
 }
 
 ScriptValue::ScriptValue(const FPValue& v) {
@@ -249,6 +332,34 @@ ScriptValue ScriptValue::Stream(std::shared_ptr<ScriptStream> stream) {
   ScriptValue v;
   v.kind_ = Kind::kStream;
   v.stream_ = std::move(stream);
+  return v;
+}
+
+ScriptValue ScriptValue::StructDef(std::shared_ptr<const ScriptStructDef> def) {
+  ScriptValue v;
+  v.kind_ = Kind::kStructDef;
+  v.struct_def_ = std::move(def);
+  return v;
+}
+
+ScriptValue ScriptValue::StructInstance(std::shared_ptr<ScriptScope> scope) {
+  ScriptValue v;
+  v.kind_ = Kind::kStructInstance;
+  v.scope_ = std::move(scope);
+  return v;
+}
+
+ScriptValue ScriptValue::OfPoint2(Point2 p) {
+  ScriptValue v;
+  v.kind_ = Kind::kPoint2;
+  v.point2_ = p;
+  return v;
+}
+
+ScriptValue ScriptValue::Reference(std::shared_ptr<const ScriptRef> ref) {
+  ScriptValue v;
+  v.kind_ = Kind::kRef;
+  v.ref_ = std::move(ref);
   return v;
 }
 

@@ -1,7 +1,8 @@
 // Copyright Marvolith contributors.
 // ScriptValue: a value of the script runner. Published values (FPValue) plus the kinds only
 // scripts have: arrays shared by reference, sub-anims, intervals, functions, classes, the
-// published interfaces of objects, and global structures of functions.
+// published interfaces of objects, global structures of functions, struct definitions and their
+// instances, Point2 values, and the references that by-reference arguments pass.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +15,14 @@
 #include "host/base/ids.h"
 #include "host/interpreter/runner_ast.h"
 #include "host/math/interval.h"
+#include "host/math/point3.h"
 #include "host/script/fp_value.h"
 
 class Animatable;
 class ClassDesc2;
 class ScriptCall;
 class ScriptValue;
+struct ScriptRef;
 struct ScriptScope;
 
 /// A function written in C++ that scripts call: reads its arguments from call and answers a
@@ -38,6 +41,24 @@ struct ScriptFunction {
   /// block's locals after the block ended. A scope usually holds the functions defined in it, a
   /// cycle that the runner breaks once no global reaches the function (end of each run).
   std::shared_ptr<ScriptScope> closure;
+};
+
+/// A struct definition made by a script (struct Foo (a, b = 2, fn sum = a + b)). Its instances
+/// are scopes (ScriptScope::instance_of set) holding the data members; member functions are
+/// bound to an instance when read, so that an instance holds no function that holds it.
+struct ScriptStructDef {
+  std::string name;
+  /// Keeps def alive while the definition exists.
+  std::shared_ptr<const ScriptProgram> program;
+  /// The AstKind::kStruct node.
+  const AstNode* def = nullptr;
+  /// The scope the definition was made in: the parent of each instance's scope.
+  std::shared_ptr<ScriptScope> closure;
+
+  /// The data member called lower (lower case): its declaration, or null.
+  const AstNamed* FindData(std::string_view lower) const;
+  /// The member function called lower (lower case): its kFunction node, or null.
+  const AstNode* FindFunction(std::string_view lower) const;
 };
 
 /// A class as scripts name it: a registered class (desc set; name is its internal name) or one
@@ -83,15 +104,19 @@ inline constexpr int kMaxArrayNesting = 64;
 class ScriptValue {
  public:
   enum class Kind : std::uint8_t {
-    kValue,     ///< an FPValue
-    kArray,     ///< #(...)
-    kSubAnim,   ///< a track: the parent animatable and its sub-anim number
-    kInterval,  ///< (interval start end)
-    kFunction,  ///< a function
-    kClass,     ///< a class
-    kMixin,     ///< a published interface of an object: owner and interface id
-    kStruct,    ///< a global structure of functions such as maxOps
-    kStream,    ///< a file or string stream
+    kValue,           ///< an FPValue
+    kArray,           ///< #(...)
+    kSubAnim,         ///< a track: the parent animatable and its sub-anim number
+    kInterval,        ///< (interval start end)
+    kFunction,        ///< a function
+    kClass,           ///< a class
+    kMixin,           ///< a published interface of an object: owner and interface id
+    kStruct,          ///< a global structure of functions such as maxOps
+    kStream,          ///< a file or string stream
+    kStructDef,       ///< a struct definition made by a script
+    kStructInstance,  ///< an instance of one, shared by reference like an array
+    kPoint2,          ///< [x, y]
+    kRef,             ///< &place: only ever a by-reference argument on its way to a parameter
   };
 
   /// undefined.
@@ -107,6 +132,14 @@ class ScriptValue {
   static ScriptValue Mixin(Animatable* owner, Interface_ID id);
   static ScriptValue Struct(std::string name);
   static ScriptValue Stream(std::shared_ptr<ScriptStream> stream);
+  static ScriptValue StructDef(std::shared_ptr<const ScriptStructDef> def);
+  /// An instance: scope holds its data members and has instance_of set.
+  static ScriptValue StructInstance(std::shared_ptr<ScriptScope> scope);
+  /// A new, empty scope for a struct instance, freed like arrays without recursion however
+  /// deeply instances hold instances.
+  static std::shared_ptr<ScriptScope> NewInstanceScope();
+  static ScriptValue OfPoint2(Point2 p);
+  static ScriptValue Reference(std::shared_ptr<const ScriptRef> ref);
 
   Kind GetKind() const { return kind_; }
   bool IsUndefined() const { return kind_ == Kind::kValue && value_.IsUndefined(); }
@@ -159,18 +192,46 @@ class ScriptValue {
   /// The stream of a kStream, or null.
   ScriptStream* AsStream() const { return kind_ == Kind::kStream ? stream_.get() : nullptr; }
 
+  /// The definition of a kStructDef, or null.
+  const ScriptStructDef* AsStructDef() const {
+    return kind_ == Kind::kStructDef ? struct_def_.get() : nullptr;
+  }
+  std::shared_ptr<const ScriptStructDef> StructDefPtr() const {
+    return kind_ == Kind::kStructDef ? struct_def_ : nullptr;
+  }
+  /// The scope of a kStructInstance, or null.
+  ScriptScope* AsStructInstance() const {
+    return kind_ == Kind::kStructInstance ? scope_.get() : nullptr;
+  }
+  std::shared_ptr<ScriptScope> InstancePtr() const {
+    return kind_ == Kind::kStructInstance ? scope_ : nullptr;
+  }
+  bool IsPoint2() const { return kind_ == Kind::kPoint2; }
+  /// The point of a kPoint2; (0, 0) for the other kinds.
+  Point2 AsPoint2() const { return kind_ == Kind::kPoint2 ? point2_ : Point2(); }
+  /// The place of a kRef, or null.
+  const ScriptRef* AsRef() const { return kind_ == Kind::kRef ? ref_.get() : nullptr; }
+
   /// The value as published functions and the host's script entry take it: arrays become
   /// TYPE_VALUE_TAB tables of their converted elements (arrays nested deeper than
   /// kMaxArrayNesting raise a script error), a sub-anim a TYPE_SUBANIM value (parent and
   /// number; an argument of an object type receives the object at the track), a mixin its
-  /// interface; intervals, functions,
-  /// classes and structures have no published form and give undefined.
+  /// interface; intervals, functions, classes, structures, struct definitions and instances,
+  /// Point2 values and references have no published form and give undefined.
   FPValue ToFPValue() const;
 
  private:
   struct ArrayDeleter {
     void operator()(std::vector<ScriptValue>* items) const;
   };
+  struct InstanceDeleter {
+    void operator()(ScriptScope* scope) const;
+  };
+  struct Pending;
+  /// Moves the arrays and instances that v holds into pending.
+  static void TakeShared(ScriptValue& v, Pending& pending);
+  /// Frees what pending holds, taking the contents of each last holder first.
+  static void FreePending(Pending& pending);
 
   Kind kind_ = Kind::kValue;
   FPValue value_;
@@ -184,10 +245,33 @@ class ScriptValue {
   std::shared_ptr<const ScriptClass> class_;
   std::string name_;
   std::shared_ptr<ScriptStream> stream_;
+  std::shared_ptr<const ScriptStructDef> struct_def_;
+  std::shared_ptr<ScriptScope> scope_;
+  std::shared_ptr<const ScriptRef> ref_;
+  Point2 point2_;
+};
+
+/// Where a by-reference argument (&place) reads and writes. A variable is held by its scope (a
+/// local, a parameter, the member of a struct instance), so the place outlives the block that
+/// made it; an array element by the array, which is shared.
+struct ScriptRef {
+  enum class Kind : std::uint8_t {
+    kVariable,  ///< scope->vars[name]
+    kGlobal,    ///< the global variable name (a registered one through its getter and setter)
+    kElement,   ///< container[index] of an array, 1-based; writing past the end grows it
+    kProperty,  ///< the property name of the object container
+  };
+  Kind kind = Kind::kVariable;
+  std::shared_ptr<ScriptScope> scope;
+  std::string name;  ///< lower case for variables; as written for properties
+  ScriptValue container;
+  int index = 0;
 };
 
 /// The value as print shows it: strings quoted, arrays as #(1, 2), sub-anims as
-/// SubAnim:X_Position, intervals as (interval 0f 100f), classes by name, functions as name().
+/// SubAnim:X_Position, intervals as (interval 0f 100f), classes by name, functions as name(),
+/// Point2 values as [1,2], struct definitions as #Struct:Foo(a, b, sum), instances with their
+/// data members as (Foo a:1 b:2).
 /// Everything else as ToScriptString prints it.
 std::string ScriptValueString(const ScriptValue& v);
 /// The value as format and `as string` show it: strings and names without quotes or #, all else
@@ -196,5 +280,6 @@ std::string ScriptValueText(const ScriptValue& v);
 
 /// Script equality (==): numbers by value (an integer equals the float of the same value; a
 /// time equals a number of frames), names without case, strings exactly, objects by identity,
-/// arrays element by element, other kinds by contents.
+/// arrays element by element, struct definitions and instances by identity, other kinds by
+/// contents.
 bool ScriptEquals(const ScriptValue& a, const ScriptValue& b);

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "host/interpreter/runner.h"
@@ -19,14 +20,18 @@
 #include "host/params/param_types.h"
 #include "host/script/script_errors.h"
 
-/// A scope of variables: a block, a loop, a function call, or the top level of a run.
-struct ScriptScope {
+/// A scope of variables: a block, a loop, a function call, the top level of a run, or the data
+/// members of a struct instance.
+struct ScriptScope : std::enable_shared_from_this<ScriptScope> {
   std::unordered_map<std::string, ScriptValue> vars;  // keys in lower case
   /// Names declared global in this scope: they refer to the global even under a local.
   std::unordered_set<std::string> global_names;
   std::shared_ptr<ScriptScope> parent;
   /// The outermost scope of a run: assigning an unknown name there makes a global.
   bool top = false;
+  /// Set for the scope of a struct instance: its definition, whose member functions names in
+  /// this scope also find.
+  std::shared_ptr<const ScriptStructDef> instance_of;
 };
 
 namespace script_internal {
@@ -184,6 +189,15 @@ void RegisterAttributeGlobals();
 /// v as an entry of a parameter of type (a base type) takes it; raises when it does not convert.
 FPValue ConvertParamValue(ParamType2 type, const ScriptValue& v);
 
+// Structs (runner_structs.cpp).
+/// Reads member name of a struct instance: a data member's value, or a member function bound to
+/// the instance. False when the instance has no such member.
+bool GetStructMember(const ScriptValue& instance, std::string_view name, ScriptValue& out);
+/// Writes member name of a struct instance; false when it has no such member.
+bool SetStructMember(const ScriptValue& instance, std::string_view name, const ScriptValue& v);
+/// The member function fn of a struct, bound to instance: its calls see and set the members.
+ScriptValue BindStructFunction(const std::shared_ptr<ScriptScope>& instance, const AstNode& fn);
+
 /// Wildcard match of s against p: * any run, ? one character; case-blind when ignore_case.
 bool WildcardMatch(std::string_view s, std::string_view p, bool ignore_case);
 
@@ -217,6 +231,12 @@ class ScriptRunner::Impl {
   ScriptValue CurrentException() const;
   /// Remembers an object the script made, to delete it after the run if nothing holds it.
   void NoteCreated(Animatable* anim);
+  /// A new instance with the same definition and member values as instance (copy s).
+  ScriptValue CopyStructInstance(const ScriptValue& instance);
+  /// The value at a by-reference place.
+  ScriptValue ReadRef(const ScriptRef& ref) const;
+  /// Writes v at a by-reference place.
+  void WriteRef(const ScriptRef& ref, const ScriptValue& v);
 
   ScriptRunner& self;
   ScriptRunnerOptions options;
@@ -247,6 +267,24 @@ class ScriptRunner::Impl {
   ScriptValue EvalFunction(const AstNode& n);
   ScriptValue EvalCase(const AstNode& n);
   ScriptValue EvalAttributes(const AstNode& n);
+  ScriptValue EvalStruct(const AstNode& n);
+  /// The by-reference place of &place (a variable, a property or an array element).
+  ScriptValue EvalRef(const AstNode& place);
+  /// Calls a struct definition: members by position, then by keyword, then their defaults, then
+  /// the create handler.
+  ScriptValue ConstructStruct(const std::shared_ptr<const ScriptStructDef>& def,
+                              std::span<const ScriptValue> args,
+                              std::span<const ScriptKeyArg> keys);
+  /// Replaces by-reference arguments by the values at their places, for callees that take
+  /// values (native functions, classes, published functions): args and keys then view the
+  /// stores. Nothing is copied when no argument is a reference.
+  void Dereference(std::span<const ScriptValue>& args,
+                   std::span<const ScriptKeyArg>& keys,
+                   std::vector<ScriptValue>& arg_store,
+                   std::vector<ScriptKeyArg>& key_store) const;
+  /// Remembers a scope that may sit in a cycle (a closure's, an instance's), so that the end of
+  /// the run can break the cycle once nothing reaches the scope.
+  void NoteCaptured(const std::shared_ptr<ScriptScope>& scope);
 
   ScriptValue CallMethod(const ScriptValue& obj,
                          std::string_view name,
@@ -271,7 +309,6 @@ class ScriptRunner::Impl {
   void SetVariable(const std::string& lower, const ScriptValue& v);
   /// Defines name in the innermost scope (a global at the top level of a run).
   void Define(const std::string& lower, const ScriptValue& v);
-  ScriptScope* FindScope(const std::string& lower) const;
 
   /// Deletes the objects the script made that nothing holds: no reference, no global, not keep.
   void CollectGarbage(const ScriptValue* keep = nullptr);
@@ -287,9 +324,45 @@ class ScriptRunner::Impl {
   std::vector<TimeValue> times_;
   std::vector<std::string> exceptions_;
   std::vector<AnimHandle> created_;
-  std::vector<std::weak_ptr<ScriptScope>> captured_;  // scopes that functions closed over
+  std::vector<std::weak_ptr<ScriptScope>> captured_;  // scopes that may sit in cycles
+  size_t captured_pruned_ = 0;                        // size of captured_ after its last pruning
   std::uintptr_t stack_base_ = 0;  // frame address of the outermost Run
   long long steps_ = 0;
   int depth_ = 0;
   int runs_ = 0;  // nesting of Run
 };
+
+// Makes scope the innermost scope until the guard ends.
+class ScriptRunner::Impl::ScopeSwap {
+ public:
+  ScopeSwap(Impl& impl, std::shared_ptr<ScriptScope> scope)
+      : impl_(impl), saved_(std::exchange(impl.env_, std::move(scope))) {}
+  ~ScopeSwap() { impl_.env_ = std::move(saved_); }
+  ScopeSwap(const ScopeSwap&) = delete;
+  ScopeSwap& operator=(const ScopeSwap&) = delete;
+
+ private:
+  Impl& impl_;
+  std::shared_ptr<ScriptScope> saved_;
+};
+
+// Makes program the one that function definitions keep alive until the guard ends.
+class ScriptRunner::Impl::ProgramSwap {
+ public:
+  ProgramSwap(Impl& impl, std::shared_ptr<const ScriptProgram> program)
+      : impl_(impl), saved_(std::exchange(impl.program_, std::move(program))) {}
+  ~ProgramSwap() { impl_.program_ = std::move(saved_); }
+  ProgramSwap(const ProgramSwap&) = delete;
+  ProgramSwap& operator=(const ProgramSwap&) = delete;
+
+ private:
+  Impl& impl_;
+  std::shared_ptr<const ScriptProgram> saved_;
+};
+
+/// A new scope inside parent.
+inline std::shared_ptr<ScriptScope> ChildScope(const std::shared_ptr<ScriptScope>& parent) {
+  auto scope = std::make_shared<ScriptScope>();
+  scope->parent = parent;
+  return scope;
+}

@@ -73,6 +73,7 @@ RC_GTEST_PROP(RunnerParserTest, AnyTokenSoupParsesOrFailsAtAPlaceInTheText, ()) 
       "else",   "do",      "while", "for",   "in",    "to",    "by",    "collect", "where",  "fn",
       "return", "exit",    "try",   "catch", "case",  "of",    "local", "at",      "time",   "undo",
       "on",     "animate", "10f",   "as",    "--c\n", "/*c*/", "'q'",   "struct",  "@\"v\"", "()",
+      "&",      "on",      "create",
   };
   const auto picks =
       *rc::gen::container<std::vector<size_t>>(rc::gen::inRange<size_t>(0, pieces.size()));
