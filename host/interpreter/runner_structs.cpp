@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/interpreter/internal/runner_impl.h"
 #include "host/script/fp_interface.h"
-#include "host/script/internal/runner_impl.h"
 
 using namespace script_internal;
 
