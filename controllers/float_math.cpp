@@ -164,13 +164,10 @@ float EulerComponent(const Quat& q, int order, int axis) {
   const int a = axis == 0 || axis == 1 ? axis : 2;
   float ang[3];
   QuatToEuler(q, ang, order);
-  const int a0 = EulerOrderAxis(order, 0);
-  const int a1 = EulerOrderAxis(order, 1);
-  if (a == a0) return ang[0];
-  if (a == a1) return ang[1];
-  // The third step's channel: its own axis, or for a repeated axis the one left out.
-  const int a2 = EulerOrderAxis(order, 2);
-  return a == (a2 != a0 ? a2 : 3 - a0 - a1) ? ang[2] : 0.0f;
+  for (int step = 0; step < 3; ++step) {
+    if (EulerStepChannel(order, step) == a) return ang[step];
+  }
+  return 0.0f;
 }
 
 }  // namespace marvolith

@@ -58,15 +58,6 @@ bool Finite(const Point3& p) {
 
 // ---- Pure core ----
 
-int EulerStepChannel(int order, int step) {
-  const int a0 = EulerOrderAxis(order, 0);
-  const int a1 = EulerOrderAxis(order, 1);
-  if (step <= 0) return a0;
-  if (step == 1) return a1;
-  const int a2 = EulerOrderAxis(order, 2);
-  return a2 != a0 ? a2 : 3 - a0 - a1;  // repeated axis: the channel left over
-}
-
 Quat EulerSequenceToQuat(const float seq[3], int order) {
   return Quat(SequenceMatrix(seq, ValidOrder(order)));
 }
