@@ -3,6 +3,7 @@
 
 #include "controllers/float_math.h"
 #include "controllers/node_space.h"
+#include "host/math/geometry.h"
 #include "plugin/class_table.h"
 
 namespace marvolith {
@@ -71,8 +72,7 @@ void FloatExposeTM::GetValueLocalTime(TimeValue t, void* val, Interval& valid, G
   space.use_parent = pblock_->GetInt(kExposeUseParent) != 0;
   space.local_reference = pblock_->GetINode(kExposeLocalRefNode);
   const Matrix3 m = NodeSpaceTM(node, t, space, valid);
-  const int axis = pblock_->GetInt(kExposeAxis);
-  const int a = axis >= 0 && axis <= 2 ? axis : 2;
+  const int a = AxisOrZ(pblock_->GetInt(kExposeAxis));
 
   float value = 0.0f;
   switch (static_cast<ExposeType>(pblock_->GetInt(kExposeType))) {

@@ -149,7 +149,7 @@ float WaveValue(const WaveInput& in) {
 }
 
 float TwistAbout(const Quat& q, int axis) {
-  const int a = axis == 0 || axis == 1 ? axis : 2;
+  const int a = AxisOrZ(axis);
   Quat twist(0.0f, 0.0f, 0.0f, q.w);
   twist[a] = q[a];
   twist.Normalize();  // no twist part at all (zero) becomes the identity
@@ -161,7 +161,7 @@ float TwistAbout(const Quat& q, int axis) {
 }
 
 float EulerComponent(const Quat& q, int order, int axis) {
-  const int a = axis == 0 || axis == 1 ? axis : 2;
+  const int a = AxisOrZ(axis);
   float ang[3];
   QuatToEuler(q, ang, order);
   for (int step = 0; step < 3; ++step) {

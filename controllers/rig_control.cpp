@@ -159,7 +159,8 @@ Matrix3 MirrorRotation(const Matrix3& d, int axis) {
   return out;
 }
 
-bool ValidAxis(int axis) { return axis >= 0 && axis <= 2; }
+// A mirror axis names X, Y or Z; -1 (or anything else) means no mirroring about it.
+bool IsMirrorAxis(int axis) { return axis >= 0 && axis <= 2; }
 
 /// The inverse of the offset's stretch, taking it back out of O * parent so that only the
 /// offset's rotation and translation stay in front of the tracks. A collapsed factor stays
@@ -465,7 +466,7 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
     case XFORM_MOVE: {
       const Matrix3 frame = figure ? pk.tmParent : base;
       Point3 d = pk.p;
-      if (ValidAxis(mirror.move_axis)) d[mirror.move_axis] = -d[mirror.move_axis];
+      if (IsMirrorAxis(mirror.move_axis)) d[mirror.move_axis] = -d[mirror.move_axis];
       d = VectorTransform(pk.tmAxis * Inverse(frame), d);
       if (figure) {
         offset.Translate(d);
@@ -480,7 +481,7 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
       Matrix3 frame = figure ? pk.tmParent : axes_base;
       if (!figure && independent) frame.PreRotate(oq);
       AngAxis aa = pk.aa;
-      if (ValidAxis(mirror.rot_axis)) {
+      if (IsMirrorAxis(mirror.rot_axis)) {
         for (int i = 0; i < 3; ++i) {
           if (i != mirror.rot_axis) aa.axis[i] = -aa.axis[i];
         }
@@ -562,12 +563,12 @@ void RigControl::StoreOffset(const Matrix3& n, bool user_edit) {
   if (other && other != this && other->pblock_) {
     const int pos_axis = mp->GetInt(am::kMirrorPosAxis);
     const int rot_axis = mp->GetInt(am::kMirrorRotAxis);
-    if (use_pos && ValidAxis(pos_axis)) {
+    if (use_pos && IsMirrorAxis(pos_axis)) {
       Point3 tr = change.GetTrans();
       tr[pos_axis] = -tr[pos_axis];
       change.SetTrans(tr);
     }
-    if (use_rot && ValidAxis(rot_axis)) change = MirrorRotation(change, rot_axis);
+    if (use_rot && IsMirrorAxis(rot_axis)) change = MirrorRotation(change, rot_axis);
     // Straight to the mirror's block, so that its own mirror store does not run back here.
     other->pblock_->SetValue(kRigOffsetTM, 0, change * other->pblock_->GetMatrix3(kRigOffsetTM));
   }

@@ -6,6 +6,7 @@
 
 #include "controllers/node_space.h"
 #include "controllers/twist_pose_math.h"
+#include "host/math/geometry.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
 #include "plugin/class_table.h"
@@ -214,8 +215,7 @@ void TwistPosesRotation::GetValueLocalTime(TimeValue t, void* val, Interval& val
   float angle = 0.0f;
   TwistAngle(t, valid, angle);
   Point3 axis;
-  const int a = pblock_ ? pblock_->GetInt(kTwistAxis) : 0;
-  axis[a == 0 || a == 1 ? a : 2] = 1.0f;
+  axis[AxisOrZ(pblock_ ? pblock_->GetInt(kTwistAxis) : 0)] = 1.0f;
   *static_cast<Quat*>(val) = QFromAngAxis(angle, axis);
 }
 

@@ -11,6 +11,10 @@
 /// positive). eps > 0 is the caller's (kSolverSafeDivEpsilon, kFloatMathSafeDivEpsilon).
 inline float SafeDiv(float a, float b, float eps) { return a / ((b < 0 ? -b : b) < eps ? eps : b); }
 
+/// An axis index (0 X, 1 Y, 2 Z) taken from a user value: 0 and 1 stand, anything else (2,
+/// negative, past 2) reads as Z, the default axis of the host's axis choices.
+constexpr int AxisOrZ(int axis) { return axis == 0 || axis == 1 ? axis : 2; }
+
 /// The quaternion (sin(-a/2), 0, 0, cos(-a/2)): the turn by a radians about X in the sense of
 /// RotateXMatrix(a) (Y towards Z).
 Quat XRotation(float a);
