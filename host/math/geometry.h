@@ -40,6 +40,13 @@ float AngleBetween(const Point3& a, const Point3& b);
 /// with X (so the world frame when X is +X).
 Matrix3 LookFrame(const Point3& o, const Point3& a, const Point3& b);
 
+/// Clips the segment a..b in place to the rectangle [lo.x, hi.x] x [lo.y, hi.y] of the x-y plane,
+/// edges included (Liang-Barsky, in double). Only x and y decide; z is interpolated along with
+/// them, so screen points keep their depth. An end inside the rectangle is left bit for bit as it
+/// was. False when no part of the segment lies inside, with a and b unchanged; a segment of zero
+/// length is inside when its point is; a rectangle with lo above hi holds nothing.
+bool ClipSegmentToRect(Point3& a, Point3& b, const Point2& lo, const Point2& hi);
+
 /// LookFrame without origin: X = normalize(a), Z = normalize(X x normalize(b)),
 /// Y = normalize(Z x X), translation zero; the same degenerate rules with o = 0.
 Matrix3 AimFrame(const Point3& a, const Point3& b);
