@@ -2,10 +2,10 @@
 #include "controllers/rig_control.h"
 
 #include <cctype>
-#include <cmath>
 #include <vector>
 
 #include "controllers/dummy_controls.h"
+#include "controllers/rig_frames.h"
 #include "controllers/rotation_xyz.h"
 #include "host/controllers/control_interfaces.h"
 #include "host/controllers/controller_classes.h"
@@ -34,8 +34,6 @@ constexpr const char* kSubNames[4] = {"Parameters", "Position", "Rotation", "Sca
 constexpr float kOffsetRowMinLength = 1e-6f;
 /// Parent row lengths below this are not divided out of a straight scale.
 constexpr float kStraightScaleMinLength = 1e-6f;
-/// Offset stretch factors below this count as collapsed (no inverse).
-constexpr float kOffsetStretchMinFactor = 1e-12f;
 /// FindRigControl follows at most this many nested transform controllers.
 constexpr int kMaxWrapDepth = 64;
 /// The host's rotation list and Euler XYZ classes, which make up the gimbal proxy.
@@ -161,17 +159,6 @@ Matrix3 MirrorRotation(const Matrix3& d, int axis) {
 
 // A mirror axis names X, Y or Z; -1 (or anything else) means no mirroring about it.
 bool IsMirrorAxis(int axis) { return axis >= 0 && axis <= 2; }
-
-/// The inverse of the offset's stretch, taking it back out of O * parent so that only the
-/// offset's rotation and translation stay in front of the tracks. A collapsed factor stays
-/// collapsed.
-Matrix3 InverseStretch(const ScaleValue& os) {
-  Point3 inv;
-  for (int i = 0; i < 3; ++i) {
-    inv[i] = std::fabs(os.s[i]) > kOffsetStretchMinFactor ? 1.0f / os.s[i] : 0.0f;
-  }
-  return MatrixFromScaleValue(ScaleValue(inv, os.q));
-}
 
 Control* MakeGimbalProxy() {
   HoldSuspend no_undo;  // the proxy is not part of any user's edit
@@ -350,78 +337,44 @@ void RigControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod)
     tm = offset * tm;  // the figure pose alone; the tracks are not seen
     return;
   }
-  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
-  const bool straight = pblock_->GetInt(kRigStraightScale) != 0;
-  Point3 op;
-  Quat oq;
-  ScaleValue os;
-  DecomposeMatrix(offset, op, oq, os);
-  // The parent's row lengths, which straight_scale re-applies as pure factors.
-  const Point3 s0 = straight ? GetScaleLengths(tm) : Point3(1.0f, 1.0f, 1.0f);
-  if (independent) {
-    tm.PreTranslate(op);
-  } else {
-    tm = offset * tm;
-  }
+  RigFrameInput in;
+  in.parent_ws = tm;
+  in.offset = offset;
+  in.independent_offset = pblock_->GetInt(kRigIndependentOffset) != 0;
+  in.straight_scale = pblock_->GetInt(kRigStraightScale) != 0;
+  const RigFrames frames = RigTrackFrames(in);
+  // The tracks apply themselves to tm in turn (relative GetValue), between the frame steps. The
+  // offset's stretch goes in last (Finish): ResetFigure moves the scale track's value into the
+  // offset, so the world must keep it where the track's own orthogonalising would drop it.
+  tm = frames.position_ws;
   if (sub_[0]) sub_[0]->GetValue(t, val, valid, CTRL_RELATIVE);
-  // Whole offset: the position track moves in the offset's scaled frame; the stretch then comes
-  // out, to go in after the scale track with the independent offset's.
-  if (!independent) tm = InverseStretch(os) * tm;
-  if (straight) tm.Orthogonalize();
-  if (independent) tm.PreRotate(oq);
+  tm = frames.TurnFrame(tm, in.straight_scale);
   if (sub_[1]) sub_[1]->GetValue(t, val, valid, CTRL_RELATIVE);
   if (sub_[2]) sub_[2]->GetValue(t, val, valid, CTRL_RELATIVE);
-  // The offset's stretch goes in after the scale track, whose relative GetValue orthogonalises
-  // what it is applied to and would drop it (ResetFigure moves the track's scale into the
-  // offset, so the world must keep it). Axis-aligned scales commute, so this is the same product
-  // as the offset's scale in front of the track's.
-  tm = MatrixFromScaleValue(os) * tm;
-  if (straight) {
-    // The parent's row lengths and this node's factors as pure factors on an orthogonal frame.
-    const Point3 s1 = GetScaleLengths(tm);
-    tm.Orthogonalize();
-    tm.PreScale(s0 * s1);
-  }
+  tm = frames.Finish(tm);
 }
 
 void RigControl::SetWorld(TimeValue t,
                           const SetXFormPacket& pk,
-                          const Matrix3& offset,
+                          const RigFrames& frames,
                           int commit) {
-  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
-  const bool straight = pblock_->GetInt(kRigStraightScale) != 0;
-  Point3 p;
-  Quat q;
-  ScaleValue s;
-  Point3 unused_pos;
-  Point3 op;
-  Quat oq;
-  ScaleValue os;
-  DecomposeMatrix(offset, op, oq, os);
-  const Point3 s0 = GetScaleLengths(pk.tmParent);
+  // The position is the target's origin seen from the frame the position track starts from.
+  Matrix3 frame_ws = frames.position_ws;
+  Point3 p = (pk.tmAxis * Inverse(frame_ws)).GetTrans();
+  frame_ws.PreTranslate(p);
   // Rotation and scale are solved in the orthogonal frame they act in: the scale track's
   // relative GetValue orthogonalises what it is applied to (straight_scale does explicitly).
   // world = S(Os) * S(s) * q * frame, so q and s split S(Os)^-1 * world * frame^-1.
-  Matrix3 frame;
-  if (independent) {
-    frame = pk.tmParent;
-    frame.PreTranslate(op);
-    p = (pk.tmAxis * Inverse(frame)).GetTrans();
-    frame.PreTranslate(p);
-    frame.Orthogonalize();
-    frame.PreRotate(oq);
-  } else {
-    frame = offset * pk.tmParent;
-    p = (pk.tmAxis * Inverse(frame)).GetTrans();
-    frame = InverseStretch(os) * frame;
-    frame.Orthogonalize();
-  }
-  DecomposeMatrix(InverseStretch(os) * pk.tmAxis * Inverse(frame), unused_pos, q, s);
-  if (straight) {
+  frame_ws = frames.TurnFrame(frame_ws, true);
+  Point3 unused_pos;
+  Quat q;
+  ScaleValue s;
+  DecomposeMatrix(frames.inverse_stretch * pk.tmAxis * Inverse(frame_ws), unused_pos, q, s);
+  if (frames.in.straight_scale) {
     // GetValue puts the parent's row lengths back as factors, so they are divided out here.
     s.q.Identity();
     for (int i = 0; i < 3; ++i) {
-      if (s0[i] > kStraightScaleMinLength) s.s[i] /= s0[i];
+      if (frames.parent_lengths[i] > kStraightScaleMinLength) s.s[i] /= frames.parent_lengths[i];
     }
   }
   if (sub_[0]) sub_[0]->SetValue(t, &p, commit, CTRL_ABSOLUTE);
@@ -432,39 +385,30 @@ void RigControl::SetWorld(TimeValue t,
 void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
   if (GetLocked() || !pblock_ || !val) return;
   const SetXFormPacket& pk = *static_cast<const SetXFormPacket*>(val);
-  const bool figure = pblock_->GetInt(kRigFigureMode) != 0;
-  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
-  const bool straight = pblock_->GetInt(kRigStraightScale) != 0;
-  Matrix3 offset = pblock_->GetMatrix3(kRigOffsetTM);
+  RigFrameInput in;
+  in.parent_ws = pk.tmParent;
+  in.offset = pblock_->GetMatrix3(kRigOffsetTM);
+  in.figure_mode = pblock_->GetInt(kRigFigureMode) != 0;
+  in.independent_offset = pblock_->GetInt(kRigIndependentOffset) != 0;
+  in.straight_scale = pblock_->GetInt(kRigStraightScale) != 0;
+  const RigFrames frames = RigTrackFrames(in);
+  const bool figure = in.figure_mode;
+  const bool straight = in.straight_scale;
+  Matrix3 offset = in.offset;
   const Mirror mirror = MirrorTest();
-
-  // The frame the tracks start from: the parent with the offset's translation (independent) or
-  // the whole offset in front.
-  Point3 op;
-  Quat oq;
-  ScaleValue os;
-  DecomposeMatrix(offset, op, oq, os);
-  Matrix3 base = pk.tmParent;
-  if (independent) {
-    base.PreTranslate(op);
-  } else {
-    base = offset * pk.tmParent;
-  }
-  // The frame the rotation and scale tracks turn in: without the offset's stretch, which is
-  // applied after them.
-  const Matrix3 axes_base = independent ? base : InverseStretch(os) * base;
 
   switch (pk.command) {
     case XFORM_SET:
       if (figure) {
         SetOffsetTM(pk.tmAxis * Inverse(pk.tmParent));
       } else {
-        SetWorld(t, pk, offset, commit);
+        SetWorld(t, pk, frames, commit);
       }
       break;
 
     case XFORM_MOVE: {
-      const Matrix3 frame = figure ? pk.tmParent : base;
+      // In figure mode position_ws is the parent: the move goes into the offset.
+      const Matrix3& frame = frames.position_ws;
       Point3 d = pk.p;
       if (IsMirrorAxis(mirror.move_axis)) d[mirror.move_axis] = -d[mirror.move_axis];
       d = VectorTransform(pk.tmAxis * Inverse(frame), d);
@@ -478,8 +422,7 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
     }
 
     case XFORM_ROTATE: {
-      Matrix3 frame = figure ? pk.tmParent : axes_base;
-      if (!figure && independent) frame.PreRotate(oq);
+      Matrix3 frame = frames.rotation_ws;
       AngAxis aa = pk.aa;
       if (IsMirrorAxis(mirror.rot_axis)) {
         for (int i = 0; i < 3; ++i) {
@@ -516,9 +459,8 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
       }
       if (!sub_[2]) break;
       // The frame the scale track is applied to (the offset's scale comes after it).
-      Matrix3 frame = axes_base;
+      Matrix3 frame = frames.rotation_ws;
       Interval ignored = FOREVER;
-      if (independent) frame.PreRotate(oq);
       if (sub_[1]) sub_[1]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
       ScaleValue delta(pk.p);
       if (!straight) {
@@ -756,29 +698,24 @@ Control* RigControl::GimbalProxy() {
   // the axes' offsets as Euler angles of the track's order.
   const TimeValue t = GetCOREInterface()->GetTime();
   INode* node = FindOwnerNode(this);
-  Matrix3 frame = node ? node->GetParentTM(t) : Matrix3();
-  const Matrix3 offset = GetOffsetTM();
+  RigFrameInput in;
+  in.parent_ws = node ? node->GetParentTM(t) : Matrix3();
+  in.offset = GetOffsetTM();
+  in.independent_offset = pblock_->GetInt(kRigIndependentOffset) != 0;
+  const RigFrames frames = RigTrackFrames(in);
   const int order = euler->GetOrder();
   float offset_ang[3] = {0.0f, 0.0f, 0.0f};
-  Point3 op;
-  Quat oq;
-  ScaleValue os;
-  DecomposeMatrix(offset, op, oq, os);
-  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
-  if (independent) {
-    frame.PreTranslate(op);
+  if (in.independent_offset) {
     float seq[3];
-    MatrixToEuler(RotationMatrix(oq), seq, order);
+    MatrixToEuler(RotationMatrix(frames.offset_rot), seq, order);
     for (int step = 0; step < 3; ++step) {
       offset_ang[EulerStepChannel(order, step)] = seq[step];
     }
-  } else {
-    frame = offset * frame;
   }
+  Matrix3 frame = frames.position_ws;
   Interval ignored = FOREVER;
   if (sub_[0]) sub_[0]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
-  if (!independent) frame = InverseStretch(os) * frame;
-  frame.Orthogonalize();
+  frame = frames.AxesFrame(frame, true);
 
   HoldSuspend no_undo;
   parent_rot->Set(Quat(frame), false);

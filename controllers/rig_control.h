@@ -15,6 +15,8 @@ class INode;
 
 namespace marvolith {
 
+struct RigFrames;
+
 /// Id of IRigControl; the same pair as RigControl's Class_ID.
 inline constexpr Interface_ID IRIGCONTROL_ID(0x45596d56, 0x1e847b58);
 
@@ -212,7 +214,7 @@ class RigControl : public CompoundControl, public IRigControl, public IRefSlotCh
     int rot_axis = -1;
   };
   Mirror MirrorTest();
-  void SetWorld(TimeValue t, const SetXFormPacket& pk, const Matrix3& offset, int commit);
+  void SetWorld(TimeValue t, const SetXFormPacket& pk, const RigFrames& frames, int commit);
   Control* GimbalProxy();
 
   IParamBlock2* pblock_ = nullptr;
