@@ -331,27 +331,28 @@ void RigControl::HoldState() {
 
 void RigControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod) {
   if (!pblock_ || !val) return;
-  Matrix3& tm = *static_cast<Matrix3*>(val);
+  Matrix3& tm_ws = *static_cast<Matrix3*>(val);
   const Matrix3 offset = pblock_->GetMatrix3(kRigOffsetTM);  // not animated: read at 0
   if (pblock_->GetInt(kRigFigureMode) != 0) {
-    tm = offset * tm;  // the figure pose alone; the tracks are not seen
+    tm_ws = offset * tm_ws;  // the figure pose alone; the tracks are not seen
     return;
   }
   RigFrameInput in;
-  in.parent_ws = tm;
+  in.parent_ws = tm_ws;
   in.offset = offset;
   in.independent_offset = pblock_->GetInt(kRigIndependentOffset) != 0;
   in.straight_scale = pblock_->GetInt(kRigStraightScale) != 0;
   const RigFrames frames = RigTrackFrames(in);
-  // The tracks apply themselves to tm in turn (relative GetValue), between the frame steps. The
-  // offset's stretch goes in last (Finish): ResetFigure moves the scale track's value into the
-  // offset, so the world must keep it where the track's own orthogonalising would drop it.
-  tm = frames.position_ws;
+  // tm_ws enters as the parent's world transform and leaves as this node's. The tracks apply
+  // themselves to it in turn (relative GetValue), between the frame steps. The offset's stretch
+  // goes in last (Finish): ResetFigure moves the scale track's value into the offset, so the
+  // world must keep it where the track's own orthogonalising would drop it.
+  tm_ws = frames.position_ws;
   if (sub_[0]) sub_[0]->GetValue(t, val, valid, CTRL_RELATIVE);
-  tm = frames.TurnFrame(tm, in.straight_scale);
+  tm_ws = frames.TurnFrame(tm_ws, in.straight_scale);
   if (sub_[1]) sub_[1]->GetValue(t, val, valid, CTRL_RELATIVE);
   if (sub_[2]) sub_[2]->GetValue(t, val, valid, CTRL_RELATIVE);
-  tm = frames.Finish(tm);
+  tm_ws = frames.Finish(tm_ws);
 }
 
 void RigControl::SetWorld(TimeValue t,
@@ -408,10 +409,10 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
 
     case XFORM_MOVE: {
       // In figure mode position_ws is the parent: the move goes into the offset.
-      const Matrix3& frame = frames.position_ws;
+      const Matrix3& frame_ws = frames.position_ws;
       Point3 d = pk.p;
       if (IsMirrorAxis(mirror.move_axis)) d[mirror.move_axis] = -d[mirror.move_axis];
-      d = VectorTransform(pk.tmAxis * Inverse(frame), d);
+      d = VectorTransform(pk.tmAxis * Inverse(frame_ws), d);
       if (figure) {
         offset.Translate(d);
         StoreOffset(offset, true);
@@ -422,17 +423,17 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
     }
 
     case XFORM_ROTATE: {
-      Matrix3 frame = frames.rotation_ws;
+      Matrix3 frame_ws = frames.rotation_ws;
       AngAxis aa = pk.aa;
       if (IsMirrorAxis(mirror.rot_axis)) {
         for (int i = 0; i < 3; ++i) {
           if (i != mirror.rot_axis) aa.axis[i] = -aa.axis[i];
         }
       }
-      frame.Orthogonalize();
-      aa.axis = VectorTransform(pk.tmAxis * Inverse(frame), aa.axis);
+      frame_ws.Orthogonalize();
+      aa.axis = VectorTransform(pk.tmAxis * Inverse(frame_ws), aa.axis);
       // A mirroring frame reverses the sense of a turn seen through it.
-      if (frame.Parity()) aa.angle = -aa.angle;
+      if (frame_ws.Parity()) aa.angle = -aa.angle;
       if (!figure) {
         if (sub_[1]) sub_[1]->SetValue(t, &aa, commit, CTRL_RELATIVE);
         break;
@@ -449,23 +450,23 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
         if (straight) {
           ApplyScaleValue(offset, ScaleValue(GetScaleLengths(offset) * pk.p));
         } else {
-          const Matrix3 axis = pk.tmAxis * Inverse(pk.tmParent);
-          offset = offset * Inverse(axis);
+          const Matrix3 axis_ps = pk.tmAxis * Inverse(pk.tmParent);
+          offset = offset * Inverse(axis_ps);
           offset.Scale(pk.p, false);
-          offset = offset * axis;
+          offset = offset * axis_ps;
         }
         StoreOffset(offset, true);
         break;
       }
       if (!sub_[2]) break;
       // The frame the scale track is applied to (the offset's scale comes after it).
-      Matrix3 frame = frames.rotation_ws;
+      Matrix3 frame_ws = frames.rotation_ws;
       Interval ignored = FOREVER;
-      if (sub_[1]) sub_[1]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
+      if (sub_[1]) sub_[1]->GetValue(t, &frame_ws, ignored, CTRL_RELATIVE);
       ScaleValue delta(pk.p);
       if (!straight) {
-        frame.Orthogonalize();
-        delta.q = Quat(pk.tmAxis * Inverse(frame));
+        frame_ws.Orthogonalize();
+        delta.q = Quat(pk.tmAxis * Inverse(frame_ws));
       }
       sub_[2]->SetValue(t, &delta, commit, CTRL_RELATIVE);
       break;
@@ -519,9 +520,9 @@ void RigControl::StoreOffset(const Matrix3& n, bool user_edit) {
 
 bool RigControl::ChangeParents(TimeValue t,
                                const Matrix3&,
-                               const Matrix3& new_parent,
-                               const Matrix3& tm) {
-  SetXFormPacket pk(tm, new_parent);
+                               const Matrix3& new_parent_ws,
+                               const Matrix3& world_ws) {
+  SetXFormPacket pk(world_ws, new_parent_ws);
   SetValue(t, &pk, 1, CTRL_RELATIVE);
   return true;
 }
@@ -712,13 +713,13 @@ Control* RigControl::GimbalProxy() {
       offset_ang[EulerStepChannel(order, step)] = seq[step];
     }
   }
-  Matrix3 frame = frames.position_ws;
+  Matrix3 frame_ws = frames.position_ws;
   Interval ignored = FOREVER;
-  if (sub_[0]) sub_[0]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
-  frame = frames.AxesFrame(frame, true);
+  if (sub_[0]) sub_[0]->GetValue(t, &frame_ws, ignored, CTRL_RELATIVE);
+  frame_ws = frames.AxesFrame(frame_ws, true);
 
   HoldSuspend no_undo;
-  parent_rot->Set(Quat(frame), false);
+  parent_rot->Set(Quat(frame_ws), false);
   proxy_order->SetOrder(order);
   Control* axes[3] = {rot->GetXController(), rot->GetYController(), rot->GetZController()};
   for (int i = 0; i < 3; ++i) {

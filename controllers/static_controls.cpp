@@ -80,10 +80,10 @@ Matrix3 NextValue(const Matrix3& current, const void* val, GetSetMethod) {
       } else {
         change = ScaleMatrix(pk.p);
       }
-      const Matrix3 world = current * pk.tmParent;
-      Matrix3 axis = pk.tmAxis;
-      if (pk.localOrigin) axis.SetTrans(world.GetTrans());  // turn about the node itself
-      return world * Inverse(axis) * change * axis * to_parent;
+      const Matrix3 world_ws = current * pk.tmParent;
+      Matrix3 axis_ws = pk.tmAxis;
+      if (pk.localOrigin) axis_ws.SetTrans(world_ws.GetTrans());  // turn about the node itself
+      return world_ws * Inverse(axis_ws) * change * axis_ws * to_parent;
     }
     case XFORM_SET:
     default:
