@@ -16,11 +16,11 @@ inline constexpr float kOffsetStretchMinFactor = 1e-12f;
 
 /// What the frames depend on, as plain values.
 struct RigFrameInput {
-  Matrix3 parent_ws;                ///< the parent's world transform
-  Matrix3 offset;                   ///< offsetTM: the figure pose, relative to the parent
-  bool figure_mode = false;         ///< edits go into the offset; the tracks are not applied
-  bool independent_offset = true;   ///< offset parts apply each before its own track
-  bool straight_scale = false;      ///< children inherit an orthogonal frame, scale as factors
+  Matrix3 parent_ws;               ///< the parent's world transform
+  Matrix3 offset;                  ///< offsetTM: the figure pose, relative to the parent
+  bool figure_mode = false;        ///< edits go into the offset; the tracks are not applied
+  bool independent_offset = true;  ///< offset parts apply each before its own track
+  bool straight_scale = false;     ///< children inherit an orthogonal frame, scale as factors
 };
 
 /// The frames of one evaluation or edit, with the offset split once (the shared decomposition:
@@ -35,11 +35,11 @@ struct RigFrameInput {
 /// parts are left at rest and the step functions return their argument.
 struct RigFrames {
   RigFrameInput in;
-  Point3 offset_pos;                     ///< Op
-  Quat offset_rot;                       ///< Oq
-  ScaleValue offset_scale;               ///< Os, factors signed (a mirror shows as -1, -1, -1)
-  Matrix3 stretch;                       ///< MatrixFromScaleValue(Os)
-  Matrix3 inverse_stretch;               ///< its inverse, collapsed factors kept at 0
+  Point3 offset_pos;                        ///< Op
+  Quat offset_rot;                          ///< Oq
+  ScaleValue offset_scale;                  ///< Os, factors signed (a mirror shows as -1, -1, -1)
+  Matrix3 stretch;                          ///< MatrixFromScaleValue(Os)
+  Matrix3 inverse_stretch;                  ///< its inverse, collapsed factors kept at 0
   Point3 parent_lengths{1.0f, 1.0f, 1.0f};  ///< parent row lengths with straight_scale, else 1
   /// The frame the position track is applied to: T(Op) * parent (independent) or O * parent.
   Matrix3 position_ws;
