@@ -13,6 +13,10 @@ constexpr USHORT kControlChunk = 0x0002;
 constexpr USHORT kQuatChunk = 0x0001;
 constexpr USHORT kRelativeChunk = 0x0002;
 
+// Descriptors, built at module load.
+DummyFloatClassDesc dummy_float_cd;
+DummyRotationClassDesc dummy_rotation_cd;
+
 // Turns the back-patched pointer of a loaded DummyFloat into its handle once the file is linked.
 class DummyFloatPostLoad : public PostLoadCallback {
  public:
@@ -32,14 +36,8 @@ void NameOf(ClassDesc2* cd, MSTR& s) {
 
 }  // namespace
 
-ClassDesc2* GetDummyFloatDesc() {
-  static DummyFloatClassDesc cd;
-  return &cd;
-}
-ClassDesc2* GetDummyRotationDesc() {
-  static DummyRotationClassDesc cd;
-  return &cd;
-}
+ClassDesc2* GetDummyFloatDesc() { return &dummy_float_cd; }
+ClassDesc2* GetDummyRotationDesc() { return &dummy_rotation_cd; }
 
 // ---------------------------------------------------------------------------------------------
 // DummyFloat

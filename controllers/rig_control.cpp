@@ -55,54 +55,46 @@ class ConnectMirrorOffsetAccessor : public PBAccessor {
   bool busy_ = false;  // the mirror's own accessor must not echo back
 };
 
-// The class's static tables, made on first use so that no other file's static initialisation
-// can reach them half-built. Members are built in order: descriptor, accessor, block, interface.
-struct RigControlTables {
-  RigControlClassDesc cd;
-  ConnectMirrorOffsetAccessor connect_mirror_accessor;
-  ParamBlockDesc2 pb{
-      kRigControlParams,
-      "params",
-      0,
-      &cd,
-      P_AUTO_CONSTRUCT,
-      kParamsRef,
-      {
-          ParamDef(kRigFigureMode, "figure_mode", TYPE_BOOL, P_RESET_DEFAULT)
-              .Default(false)
-              .Label("Figure Mode"),
-          ParamDef(kRigOffsetTM, "offsetTM", TYPE_MATRIX3, P_RESET_DEFAULT).Default(Matrix3()),
-          ParamDef(kRigIndependentOffset, "independent_offset", TYPE_BOOL, P_RESET_DEFAULT)
-              .Default(true)
-              .Label("Independent Offset"),
-          ParamDef(kRigStraightScale, "straight_scale", TYPE_BOOL, P_RESET_DEFAULT)
-              .Default(false)
-              .Label("Straight Scale"),
-          ParamDef(kRigConnectMirrorOffset, "connect_mirror_offset", TYPE_BOOL, P_RESET_DEFAULT)
-              .Default(true)
-              .Label("Connect Mirror Offset")
-              .Accessor(&connect_mirror_accessor),
-      }};
-  FPInterfaceDesc fp{
-      IRIGCONTROL_ID,
-      "interface",
-      FP_MIXIN,
-      &cd,
-      {FPFunctionDef(kRigResetFigure, "ResetFigure", FPType::TYPE_VOID)},
-      {
-          FPPropertyDef(kRigGetOffsetPos, kRigSetOffsetPos, "offset_pos", FPType::TYPE_POINT3),
-          FPPropertyDef(kRigGetOffsetRot, kRigSetOffsetRot, "offset_rot", FPType::TYPE_QUAT),
-          FPPropertyDef(
-              kRigGetOffsetScale, kRigSetOffsetScale, "offset_scale", FPType::TYPE_POINT3),
-          FPPropertyDef(kRigGetOffsetTM, kRigSetOffsetTM, "offset_tm", FPType::TYPE_MATRIX3),
-          FPPropertyDef(kRigGetFigureMode, kRigSetFigureMode, "figure_mode", FPType::TYPE_BOOL),
-      }};
-};
-
-RigControlTables& Tables() {
-  static RigControlTables tables;
-  return tables;
-}
+// The class's static tables, built at module load in this order: descriptor, accessor, block,
+// interface.
+RigControlClassDesc rig_control_cd;
+ConnectMirrorOffsetAccessor connect_mirror_accessor;
+ParamBlockDesc2 rig_control_pb{
+    kRigControlParams,
+    "params",
+    0,
+    &rig_control_cd,
+    P_AUTO_CONSTRUCT,
+    kParamsRef,
+    {
+        ParamDef(kRigFigureMode, "figure_mode", TYPE_BOOL, P_RESET_DEFAULT)
+            .Default(false)
+            .Label("Figure Mode"),
+        ParamDef(kRigOffsetTM, "offsetTM", TYPE_MATRIX3, P_RESET_DEFAULT).Default(Matrix3()),
+        ParamDef(kRigIndependentOffset, "independent_offset", TYPE_BOOL, P_RESET_DEFAULT)
+            .Default(true)
+            .Label("Independent Offset"),
+        ParamDef(kRigStraightScale, "straight_scale", TYPE_BOOL, P_RESET_DEFAULT)
+            .Default(false)
+            .Label("Straight Scale"),
+        ParamDef(kRigConnectMirrorOffset, "connect_mirror_offset", TYPE_BOOL, P_RESET_DEFAULT)
+            .Default(true)
+            .Label("Connect Mirror Offset")
+            .Accessor(&connect_mirror_accessor),
+    }};
+FPInterfaceDesc rig_control_fp{
+    IRIGCONTROL_ID,
+    "interface",
+    FP_MIXIN,
+    &rig_control_cd,
+    {FPFunctionDef(kRigResetFigure, "ResetFigure", FPType::TYPE_VOID)},
+    {
+        FPPropertyDef(kRigGetOffsetPos, kRigSetOffsetPos, "offset_pos", FPType::TYPE_POINT3),
+        FPPropertyDef(kRigGetOffsetRot, kRigSetOffsetRot, "offset_rot", FPType::TYPE_QUAT),
+        FPPropertyDef(kRigGetOffsetScale, kRigSetOffsetScale, "offset_scale", FPType::TYPE_POINT3),
+        FPPropertyDef(kRigGetOffsetTM, kRigSetOffsetTM, "offset_tm", FPType::TYPE_MATRIX3),
+        FPPropertyDef(kRigGetFigureMode, kRigSetFigureMode, "figure_mode", FPType::TYPE_BOOL),
+    }};
 
 /// Undo record of the controller's own state (the locked flag); block and tracks record theirs.
 class RigControlRestore : public RestoreObj {
@@ -183,7 +175,7 @@ Control* MakeGimbalProxy() {
 
 }  // namespace
 
-ClassDesc2* GetRigControlDesc() { return &Tables().cd; }
+ClassDesc2* GetRigControlDesc() { return &rig_control_cd; }
 
 // ---------------------------------------------------------------------------------------------
 // Module-wide switches and the gimbal proxy.
@@ -222,7 +214,7 @@ void ReleaseGimbalProxy() {
 // ---------------------------------------------------------------------------------------------
 // IRigControl
 
-FPInterfaceDesc* IRigControl::GetDesc() { return &Tables().fp; }
+FPInterfaceDesc* IRigControl::GetDesc() { return &rig_control_fp; }
 
 FPStatus IRigControl::Dispatch(FunctionID fid, FPParams& p, FPValue& result) {
   switch (fid) {
@@ -259,7 +251,7 @@ FPStatus IRigControl::Dispatch(FunctionID fid, FPParams& p, FPValue& result) {
 RigControl::RigControl(bool loading) {
   if (loading) return;
   HoldSuspend no_undo;  // a new controller's own parts are not an edit
-  Tables().cd.MakeAutoParamBlocks(this);
+  rig_control_cd.MakeAutoParamBlocks(this);
   ReplaceReference(1, NewDefaultPositionController());
   ReplaceReference(2, new RotationXYZ);
   ReplaceReference(3, NewDefaultScaleController());
@@ -268,7 +260,7 @@ RigControl::RigControl(bool loading) {
 Class_ID RigControl::ClassID() { return GetClassInfo(ClassIndex::RigControl).class_id; }
 
 void RigControl::GetClassName(MSTR& s, bool) const {
-  const char* name = Tables().cd.ClassName();
+  const char* name = rig_control_cd.ClassName();
   s = name ? name : "";
 }
 

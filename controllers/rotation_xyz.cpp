@@ -24,6 +24,9 @@ constexpr std::int32_t kOrderMark = 100;
 // Orders 0..5 are Tait-Bryan and decompose continuously; 6..8 repeat an axis.
 constexpr int kLastTaitBryanOrder = 5;
 
+// The descriptor, built at module load.
+RotationXYZClassDesc rotation_xyz_cd;
+
 int ValidOrder(int order) { return order >= 0 && order < kEulerOrderCount ? order : 0; }
 
 // this = this * rotation about axis (0 X, 1 Y, 2 Z), right-handed.
@@ -499,9 +502,6 @@ IOResult RotationXYZ::Load(ILoad* iload) {
   return IO_OK;
 }
 
-ClassDesc2* GetRotationXYZDesc() {
-  static RotationXYZClassDesc desc;
-  return &desc;
-}
+ClassDesc2* GetRotationXYZDesc() { return &rotation_xyz_cd; }
 
 }  // namespace marvolith

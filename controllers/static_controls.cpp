@@ -264,29 +264,23 @@ Animatable* StepFloatClassDesc::Create(bool) {
   return nullptr;
 }
 
-ClassDesc2* GetStaticFloatDesc() {
-  static StaticFloatClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStepFloatDesc() {
-  static StepFloatClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStaticPositionDesc() {
-  static StaticPositionClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStaticRotationDesc() {
-  static StaticRotationClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStaticScaleDesc() {
-  static StaticScaleClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStaticTransformDesc() {
-  static StaticTransformClassDesc desc;
-  return &desc;
-}
+namespace {
+
+// Descriptors, built at module load.
+StaticFloatClassDesc static_float_cd;
+StepFloatClassDesc step_float_cd;
+StaticPositionClassDesc static_position_cd;
+StaticRotationClassDesc static_rotation_cd;
+StaticScaleClassDesc static_scale_cd;
+StaticTransformClassDesc static_transform_cd;
+
+}  // namespace
+
+ClassDesc2* GetStaticFloatDesc() { return &static_float_cd; }
+ClassDesc2* GetStepFloatDesc() { return &step_float_cd; }
+ClassDesc2* GetStaticPositionDesc() { return &static_position_cd; }
+ClassDesc2* GetStaticRotationDesc() { return &static_rotation_cd; }
+ClassDesc2* GetStaticScaleDesc() { return &static_scale_cd; }
+ClassDesc2* GetStaticTransformDesc() { return &static_transform_cd; }
 
 }  // namespace marvolith
