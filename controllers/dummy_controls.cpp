@@ -29,11 +29,6 @@ class DummyFloatPostLoad : public PostLoadCallback {
   AnimHandle owner_;
 };
 
-void NameOf(ClassDesc2* cd, MSTR& s) {
-  const char* name = cd->ClassName();
-  s = name ? name : "";
-}
-
 }  // namespace
 
 ClassDesc2* GetDummyFloatDesc() { return &dummy_float_cd; }
@@ -44,7 +39,7 @@ ClassDesc2* GetDummyRotationDesc() { return &dummy_rotation_cd; }
 
 Class_ID DummyFloat::ClassID() { return GetClassInfo(ClassIndex::DummyFloat).class_id; }
 
-void DummyFloat::GetClassName(MSTR& s, bool) const { NameOf(GetDummyFloatDesc(), s); }
+void DummyFloat::GetClassName(MSTR& s, bool) const { s = ClassNameOf(ClassIndex::DummyFloat); }
 
 void DummyFloat::Set(Control* control, float offset) {
   control_ = GetHandleByAnim(control);
@@ -121,7 +116,9 @@ IOResult DummyFloat::Load(ILoad* iload) {
 
 Class_ID DummyRotation::ClassID() { return GetClassInfo(ClassIndex::DummyRotation).class_id; }
 
-void DummyRotation::GetClassName(MSTR& s, bool) const { NameOf(GetDummyRotationDesc(), s); }
+void DummyRotation::GetClassName(MSTR& s, bool) const {
+  s = ClassNameOf(ClassIndex::DummyRotation);
+}
 
 void DummyRotation::Set(const Quat& q, bool relative) {
   q_ = q;

@@ -56,7 +56,7 @@ FloatExposeTM::FloatExposeTM(bool loading) {
   if (!loading) expose_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* FloatExposeTM::GetClassDesc() const { return &expose_cd; }
+MarvolithClassDesc* FloatExposeTM::GetClassDesc() const { return &expose_cd; }
 
 void FloatExposeTM::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod method) {
   if (!val || !pblock_ || !pblock_->GetINode(kExposeNode)) return;  // no node: the value stays

@@ -259,10 +259,7 @@ RigControl::RigControl(bool loading) {
 
 Class_ID RigControl::ClassID() { return GetClassInfo(ClassIndex::RigControl).class_id; }
 
-void RigControl::GetClassName(MSTR& s, bool) const {
-  const char* name = rig_control_cd.ClassName();
-  s = name ? name : "";
-}
+void RigControl::GetClassName(MSTR& s, bool) const { s = ClassNameOf(ClassIndex::RigControl); }
 
 void* RigControl::GetInterface(ULONG id) {
   if (id == I_REFSLOTCHECK) return static_cast<IRefSlotCheck*>(this);

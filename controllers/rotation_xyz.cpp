@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 
-#include "controllers/internal/class_name.h"
 #include "host/controllers/controller_classes.h"
 #include "host/io/chunk_io.h"
 #include "host/math/euler.h"
@@ -222,9 +221,7 @@ RotationXYZ::~RotationXYZ() = default;
 
 Class_ID RotationXYZ::ClassID() { return GetClassInfo(ClassIndex::RotationXYZ).class_id; }
 
-void RotationXYZ::GetClassName(MSTR& s, bool) const {
-  s = controllers_internal::ClassNameOf(ClassIndex::RotationXYZ);
-}
+void RotationXYZ::GetClassName(MSTR& s, bool) const { s = ClassNameOf(ClassIndex::RotationXYZ); }
 
 void* RotationXYZ::GetInterface(ULONG id) {
   if (id == I_EULERCTRL) return static_cast<IEulerControl*>(this);

@@ -7,7 +7,6 @@
 #include <span>
 #include <type_traits>
 
-#include "controllers/internal/class_name.h"
 #include "host/core/diagnostics.h"
 #include "host/io/chunk_io.h"
 #include "host/math/affine.h"
@@ -138,7 +137,7 @@ class StaticValueRestore : public RestoreObj {
     if (C* c = Get()) c->ClearAFlag(A_HELD);
   }
   int Size() override { return static_cast<int>(sizeof(*this)); }
-  MSTR Description() override { return controllers_internal::ClassNameOf(C::kClassIndex); }
+  MSTR Description() override { return ClassNameOf(C::kClassIndex); }
 
  private:
   C* Get() { return dynamic_cast<C*>(Animatable::GetAnimByHandle(handle_)); }
@@ -151,7 +150,7 @@ class StaticValueRestore : public RestoreObj {
 
 template <typename Derived, typename V, ClassIndex kIndex>
 void StaticControl<Derived, V, kIndex>::GetClassName(MSTR& s, bool) const {
-  s = controllers_internal::ClassNameOf(kIndex);
+  s = ClassNameOf(kIndex);
 }
 
 template <typename Derived, typename V, ClassIndex kIndex>

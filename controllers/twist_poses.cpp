@@ -187,7 +187,7 @@ TwistPosesFloat::TwistPosesFloat(bool loading) {
   if (!loading) twist_float_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* TwistPosesFloat::GetClassDesc() const { return &twist_float_cd; }
+MarvolithClassDesc* TwistPosesFloat::GetClassDesc() const { return &twist_float_cd; }
 FPInterfaceDesc* TwistPosesFloat::GetDesc() { return &twist_float_fp; }
 
 void TwistPosesFloat::GetValueLocalTime(TimeValue t, void* val, Interval& valid, GetSetMethod) {
@@ -208,7 +208,7 @@ TwistPosesRotation::TwistPosesRotation(bool loading) {
   if (!loading) twist_rotation_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* TwistPosesRotation::GetClassDesc() const { return &twist_rotation_cd; }
+MarvolithClassDesc* TwistPosesRotation::GetClassDesc() const { return &twist_rotation_cd; }
 FPInterfaceDesc* TwistPosesRotation::GetDesc() { return &twist_rotation_fp; }
 
 void TwistPosesRotation::GetValueLocalTime(TimeValue t, void* val, Interval& valid, GetSetMethod) {

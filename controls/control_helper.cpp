@@ -49,7 +49,9 @@ ControlHelper::ControlHelper(bool loading) {
   if (!loading) control_helper_cd.MakeAutoParamBlocks(this);
 }
 
-void ControlHelper::GetClassName(MSTR& s, bool) const { s = "ControlHelper"; }
+void ControlHelper::GetClassName(MSTR& s, bool) const {
+  s = ClassNameOf(ClassIndex::ControlHelper);
+}
 
 FPInterfaceDesc* ControlHelper::GetDesc() { return &control_helper_fp; }
 

@@ -35,7 +35,7 @@ ControlShape::ControlShape(bool loading) {
   if (!loading) control_shape_cd.MakeAutoParamBlocks(this);
 }
 
-void ControlShape::GetClassName(MSTR& s, bool) const { s = "ControlShape"; }
+void ControlShape::GetClassName(MSTR& s, bool) const { s = ClassNameOf(ClassIndex::ControlShape); }
 
 FPInterfaceDesc* ControlShape::GetDesc() { return &control_shape_fp; }
 
