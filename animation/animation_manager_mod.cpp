@@ -124,8 +124,7 @@ AnimationManagerMod::AnimationManagerMod(bool loading) {
 }
 
 void AnimationManagerMod::GetClassName(MSTR& s, bool) const {
-  const char* name = g_desc.ClassName();
-  s = name ? name : "";
+  s = ClassNameOf(ClassIndex::AnimationManagerMod);
 }
 
 IParamBlock2* AnimationManagerMod::GetParamBlockByID(BlockID id) {

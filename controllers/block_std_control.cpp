@@ -8,8 +8,7 @@
 namespace marvolith {
 
 void BlockStdControl::GetClassName(MSTR& s, bool) const {
-  const char* name = GetClassDesc()->ClassName();
-  s = name ? name : "";
+  s = ClassNameOf(GetClassDesc()->Index());
 }
 
 MSTR BlockStdControl::SubAnimName(int i, bool) { return i == 0 ? "Parameters" : MSTR(); }

@@ -7,6 +7,7 @@
 #include "host/io/chunk_io.h"
 #include "host/params/iparamb2.h"
 #include "host/registry/class_desc.h"
+#include "plugin/class_table.h"
 #include "support/lock_chunk.h"
 
 namespace marvolith {
@@ -20,7 +21,7 @@ namespace marvolith {
 class BlockStdControl : public StdControl, public ILockedTrackImp {
  public:
   /// The class's descriptor (identity, names, blocks); never null.
-  virtual ClassDesc2* GetClassDesc() const = 0;
+  virtual MarvolithClassDesc* GetClassDesc() const = 0;
 
   Class_ID ClassID() override { return GetClassDesc()->ClassID(); }
   SClass_ID SuperClassID() override { return GetClassDesc()->SuperClassID(); }

@@ -430,8 +430,7 @@ ClassDesc2* GetScaleConnectionDesc() { return &scale_conn_cd; }
 // ---- ConnectionControl ----
 
 void ConnectionControl::GetClassName(MSTR& s, bool) const {
-  const char* name = GetClassDesc()->ClassName();
-  s = name ? name : "";
+  s = ClassNameOf(GetClassDesc()->Index());
 }
 
 RefTargetHandle ConnectionControl::GetReference(int i) {
@@ -813,7 +812,7 @@ FloatConnection::FloatConnection(bool loading) {
   if (!loading) float_conn_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* FloatConnection::GetClassDesc() const { return &float_conn_cd; }
+MarvolithClassDesc* FloatConnection::GetClassDesc() const { return &float_conn_cd; }
 FPInterfaceDesc* FloatConnection::GetDesc() { return &float_conn_fp; }
 
 const ConnectionControl::Texts& FloatConnection::GetTexts() const {
@@ -949,7 +948,7 @@ Quat ScaleEuler(const Quat& q, const Point3& w, bool inverse) {
 PositionConnection::PositionConnection(bool loading) {
   if (!loading) position_conn_cd.MakeAutoParamBlocks(this);
 }
-ClassDesc2* PositionConnection::GetClassDesc() const { return &position_conn_cd; }
+MarvolithClassDesc* PositionConnection::GetClassDesc() const { return &position_conn_cd; }
 FPInterfaceDesc* PositionConnection::GetDesc() { return &position_conn_fp; }
 const ConnectionControl::Texts& PositionConnection::GetTexts() const {
   static const Texts texts{
@@ -992,7 +991,7 @@ RefTargetHandle PositionConnection::Clone(RemapDir& remap) {
 RotationConnection::RotationConnection(bool loading) {
   if (!loading) rotation_conn_cd.MakeAutoParamBlocks(this);
 }
-ClassDesc2* RotationConnection::GetClassDesc() const { return &rotation_conn_cd; }
+MarvolithClassDesc* RotationConnection::GetClassDesc() const { return &rotation_conn_cd; }
 FPInterfaceDesc* RotationConnection::GetDesc() { return &rotation_conn_fp; }
 const ConnectionControl::Texts& RotationConnection::GetTexts() const {
   static const Texts texts{
@@ -1040,7 +1039,7 @@ RefTargetHandle RotationConnection::Clone(RemapDir& remap) {
 ScaleConnection::ScaleConnection(bool loading) {
   if (!loading) scale_conn_cd.MakeAutoParamBlocks(this);
 }
-ClassDesc2* ScaleConnection::GetClassDesc() const { return &scale_conn_cd; }
+MarvolithClassDesc* ScaleConnection::GetClassDesc() const { return &scale_conn_cd; }
 FPInterfaceDesc* ScaleConnection::GetDesc() { return &scale_conn_fp; }
 const ConnectionControl::Texts& ScaleConnection::GetTexts() const {
   static const Texts texts{"SetTarget - Need scale or Point3 subAnim, got: ",

@@ -11,6 +11,7 @@
 #include "host/params/iparamb2.h"
 #include "host/registry/class_desc.h"
 #include "host/script/fp_interface.h"
+#include "plugin/class_table.h"
 
 namespace marvolith {
 
@@ -86,7 +87,7 @@ class ConnectionControl : public Control, public ILockedTrackImp, public FPMixin
   static constexpr USHORT kConstantChunk = 1;
 
   /// The class's descriptor; never null.
-  virtual ClassDesc2* GetClassDesc() const = 0;
+  virtual MarvolithClassDesc* GetClassDesc() const = 0;
 
   Class_ID ClassID() override { return GetClassDesc()->ClassID(); }
   SClass_ID SuperClassID() override { return GetClassDesc()->SuperClassID(); }
@@ -255,7 +256,7 @@ class FloatConnection final : public TypedConnection<float> {
 
   /// loading true makes no block (the file links one).
   explicit FloatConnection(bool loading = false);
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   FPInterfaceDesc* GetDesc() override;
 
   int NumSubs() override { return 3; }
@@ -293,7 +294,7 @@ class FloatConnection final : public TypedConnection<float> {
 class PositionConnection final : public TypedConnection<Point3> {
  public:
   explicit PositionConnection(bool loading = false);
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   FPInterfaceDesc* GetDesc() override;
   void GetValue(TimeValue t,
                 void* val,
@@ -319,7 +320,7 @@ class PositionConnection final : public TypedConnection<Point3> {
 class RotationConnection final : public TypedConnection<Quat> {
  public:
   explicit RotationConnection(bool loading = false);
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   FPInterfaceDesc* GetDesc() override;
   void GetValue(TimeValue t,
                 void* val,
@@ -345,7 +346,7 @@ class RotationConnection final : public TypedConnection<Quat> {
 class ScaleConnection final : public TypedConnection<ScaleValue> {
  public:
   explicit ScaleConnection(bool loading = false);
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   FPInterfaceDesc* GetDesc() override;
   void GetValue(TimeValue t,
                 void* val,

@@ -14,6 +14,10 @@ constexpr USHORT kControlChunk = 0x0002;
 constexpr USHORT kQuatChunk = 0x0001;
 constexpr USHORT kRelativeChunk = 0x0002;
 
+// Descriptors, built at module load.
+DummyFloatClassDesc dummy_float_cd;
+DummyRotationClassDesc dummy_rotation_cd;
+
 // Turns the back-patched pointer of a loaded DummyFloat into its handle once the file is linked.
 class DummyFloatPostLoad : public PostLoadCallback {
  public:
@@ -26,28 +30,17 @@ class DummyFloatPostLoad : public PostLoadCallback {
   AnimHandle owner_;
 };
 
-void NameOf(ClassDesc2* cd, MSTR& s) {
-  const char* name = cd->ClassName();
-  s = name ? name : "";
-}
-
 }  // namespace
 
-ClassDesc2* GetDummyFloatDesc() {
-  static DummyFloatClassDesc cd;
-  return &cd;
-}
-ClassDesc2* GetDummyRotationDesc() {
-  static DummyRotationClassDesc cd;
-  return &cd;
-}
+ClassDesc2* GetDummyFloatDesc() { return &dummy_float_cd; }
+ClassDesc2* GetDummyRotationDesc() { return &dummy_rotation_cd; }
 
 // ---------------------------------------------------------------------------------------------
 // DummyFloat
 
 Class_ID DummyFloat::ClassID() { return GetClassInfo(ClassIndex::DummyFloat).class_id; }
 
-void DummyFloat::GetClassName(MSTR& s, bool) const { NameOf(GetDummyFloatDesc(), s); }
+void DummyFloat::GetClassName(MSTR& s, bool) const { s = ClassNameOf(ClassIndex::DummyFloat); }
 
 void DummyFloat::Set(Control* control, float offset) {
   control_ = GetHandleByAnim(control);
@@ -124,7 +117,9 @@ IOResult DummyFloat::Load(ILoad* iload) {
 
 Class_ID DummyRotation::ClassID() { return GetClassInfo(ClassIndex::DummyRotation).class_id; }
 
-void DummyRotation::GetClassName(MSTR& s, bool) const { NameOf(GetDummyRotationDesc(), s); }
+void DummyRotation::GetClassName(MSTR& s, bool) const {
+  s = ClassNameOf(ClassIndex::DummyRotation);
+}
 
 void DummyRotation::Set(const Quat& q, bool relative) {
   q_ = q;

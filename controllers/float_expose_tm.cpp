@@ -3,6 +3,7 @@
 
 #include "controllers/float_math.h"
 #include "controllers/node_space.h"
+#include "host/math/geometry.h"
 #include "plugin/class_table.h"
 
 namespace marvolith {
@@ -55,7 +56,7 @@ FloatExposeTM::FloatExposeTM(bool loading) {
   if (!loading) expose_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* FloatExposeTM::GetClassDesc() const { return &expose_cd; }
+MarvolithClassDesc* FloatExposeTM::GetClassDesc() const { return &expose_cd; }
 
 void FloatExposeTM::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod method) {
   if (!val || !pblock_ || !pblock_->GetINode(kExposeNode)) return;  // no node: the value stays
@@ -71,8 +72,7 @@ void FloatExposeTM::GetValueLocalTime(TimeValue t, void* val, Interval& valid, G
   space.use_parent = pblock_->GetInt(kExposeUseParent) != 0;
   space.local_reference = pblock_->GetINode(kExposeLocalRefNode);
   const Matrix3 m = NodeSpaceTM(node, t, space, valid);
-  const int axis = pblock_->GetInt(kExposeAxis);
-  const int a = axis >= 0 && axis <= 2 ? axis : 2;
+  const int a = AxisOrZ(pblock_->GetInt(kExposeAxis));
 
   float value = 0.0f;
   switch (static_cast<ExposeType>(pblock_->GetInt(kExposeType))) {

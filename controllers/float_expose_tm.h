@@ -37,7 +37,7 @@ class FloatExposeTM : public BlockStdControl {
   /// loading true makes no block (the file links one).
   explicit FloatExposeTM(bool loading = false);
 
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   void GetValue(TimeValue t,
                 void* val,
                 Interval& valid,

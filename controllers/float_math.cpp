@@ -149,7 +149,7 @@ float WaveValue(const WaveInput& in) {
 }
 
 float TwistAbout(const Quat& q, int axis) {
-  const int a = axis == 0 || axis == 1 ? axis : 2;
+  const int a = AxisOrZ(axis);
   Quat twist(0.0f, 0.0f, 0.0f, q.w);
   twist[a] = q[a];
   twist.Normalize();  // no twist part at all (zero) becomes the identity
@@ -161,16 +161,13 @@ float TwistAbout(const Quat& q, int axis) {
 }
 
 float EulerComponent(const Quat& q, int order, int axis) {
-  const int a = axis == 0 || axis == 1 ? axis : 2;
+  const int a = AxisOrZ(axis);
   float ang[3];
   QuatToEuler(q, ang, order);
-  const int a0 = EulerOrderAxis(order, 0);
-  const int a1 = EulerOrderAxis(order, 1);
-  if (a == a0) return ang[0];
-  if (a == a1) return ang[1];
-  // The third step's channel: its own axis, or for a repeated axis the one left out.
-  const int a2 = EulerOrderAxis(order, 2);
-  return a == (a2 != a0 ? a2 : 3 - a0 - a1) ? ang[2] : 0.0f;
+  for (int step = 0; step < 3; ++step) {
+    if (EulerStepChannel(order, step) == a) return ang[step];
+  }
+  return 0.0f;
 }
 
 }  // namespace marvolith

@@ -37,7 +37,7 @@ FloatOperation::FloatOperation(bool loading) {
   if (!loading) operation_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* FloatOperation::GetClassDesc() const { return &operation_cd; }
+MarvolithClassDesc* FloatOperation::GetClassDesc() const { return &operation_cd; }
 
 void FloatOperation::GetValueLocalTime(TimeValue t, void* val, Interval& valid, GetSetMethod) {
   auto* out = static_cast<float*>(val);

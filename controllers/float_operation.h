@@ -27,7 +27,7 @@ class FloatOperation : public BlockStdControl {
   /// loading true makes no block (the file links one).
   explicit FloatOperation(bool loading = false);
 
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   void GetValueLocalTime(TimeValue t,
                          void* val,
                          Interval& valid,

@@ -46,7 +46,7 @@ FloatWave::FloatWave(bool loading) {
   if (!loading) wave_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* FloatWave::GetClassDesc() const { return &wave_cd; }
+MarvolithClassDesc* FloatWave::GetClassDesc() const { return &wave_cd; }
 
 void FloatWave::GetValueLocalTime(TimeValue t, void* val, Interval& valid, GetSetMethod) {
   WaveInput in;

@@ -23,7 +23,7 @@ class FloatWave : public BlockStdControl {
   /// loading true makes no block (the file links one).
   explicit FloatWave(bool loading = false);
 
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   void GetValueLocalTime(TimeValue t,
                          void* val,
                          Interval& valid,

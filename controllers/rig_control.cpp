@@ -2,10 +2,10 @@
 #include "controllers/rig_control.h"
 
 #include <cctype>
-#include <cmath>
 #include <vector>
 
 #include "controllers/dummy_controls.h"
+#include "controllers/rig_frames.h"
 #include "controllers/rotation_xyz.h"
 #include "host/controllers/control_interfaces.h"
 #include "host/controllers/controller_classes.h"
@@ -37,8 +37,6 @@ constexpr const char* kSubNames[4] = {"Parameters", "Position", "Rotation", "Sca
 constexpr float kOffsetRowMinLength = 1e-6f;
 /// Parent row lengths below this are not divided out of a straight scale.
 constexpr float kStraightScaleMinLength = 1e-6f;
-/// Offset stretch factors below this count as collapsed (no inverse).
-constexpr float kOffsetStretchMinFactor = 1e-12f;
 /// FindRigControl follows at most this many nested transform controllers.
 constexpr int kMaxWrapDepth = 64;
 /// The host's rotation list and Euler XYZ classes, which make up the gimbal proxy.
@@ -60,54 +58,46 @@ class ConnectMirrorOffsetAccessor : public PBAccessor {
   bool busy_ = false;  // the mirror's own accessor must not echo back
 };
 
-// The class's static tables, made on first use so that no other file's static initialisation
-// can reach them half-built. Members are built in order: descriptor, accessor, block, interface.
-struct RigControlTables {
-  RigControlClassDesc cd;
-  ConnectMirrorOffsetAccessor connect_mirror_accessor;
-  ParamBlockDesc2 pb{
-      kRigControlParams,
-      "params",
-      0,
-      &cd,
-      P_AUTO_CONSTRUCT,
-      kParamsRef,
-      {
-          ParamDef(kRigFigureMode, "figure_mode", TYPE_BOOL, P_RESET_DEFAULT)
-              .Default(false)
-              .Label("Figure Mode"),
-          ParamDef(kRigOffsetTM, "offsetTM", TYPE_MATRIX3, P_RESET_DEFAULT).Default(Matrix3()),
-          ParamDef(kRigIndependentOffset, "independent_offset", TYPE_BOOL, P_RESET_DEFAULT)
-              .Default(true)
-              .Label("Independent Offset"),
-          ParamDef(kRigStraightScale, "straight_scale", TYPE_BOOL, P_RESET_DEFAULT)
-              .Default(false)
-              .Label("Straight Scale"),
-          ParamDef(kRigConnectMirrorOffset, "connect_mirror_offset", TYPE_BOOL, P_RESET_DEFAULT)
-              .Default(true)
-              .Label("Connect Mirror Offset")
-              .Accessor(&connect_mirror_accessor),
-      }};
-  FPInterfaceDesc fp{
-      IRIGCONTROL_ID,
-      "interface",
-      FP_MIXIN,
-      &cd,
-      {FPFunctionDef(kRigResetFigure, "ResetFigure", FPType::TYPE_VOID)},
-      {
-          FPPropertyDef(kRigGetOffsetPos, kRigSetOffsetPos, "offset_pos", FPType::TYPE_POINT3),
-          FPPropertyDef(kRigGetOffsetRot, kRigSetOffsetRot, "offset_rot", FPType::TYPE_QUAT),
-          FPPropertyDef(
-              kRigGetOffsetScale, kRigSetOffsetScale, "offset_scale", FPType::TYPE_POINT3),
-          FPPropertyDef(kRigGetOffsetTM, kRigSetOffsetTM, "offset_tm", FPType::TYPE_MATRIX3),
-          FPPropertyDef(kRigGetFigureMode, kRigSetFigureMode, "figure_mode", FPType::TYPE_BOOL),
-      }};
-};
-
-RigControlTables& Tables() {
-  static RigControlTables tables;
-  return tables;
-}
+// The class's static tables, built at module load in this order: descriptor, accessor, block,
+// interface.
+RigControlClassDesc rig_control_cd;
+ConnectMirrorOffsetAccessor connect_mirror_accessor;
+ParamBlockDesc2 rig_control_pb{
+    kRigControlParams,
+    "params",
+    0,
+    &rig_control_cd,
+    P_AUTO_CONSTRUCT,
+    kParamsRef,
+    {
+        ParamDef(kRigFigureMode, "figure_mode", TYPE_BOOL, P_RESET_DEFAULT)
+            .Default(false)
+            .Label("Figure Mode"),
+        ParamDef(kRigOffsetTM, "offsetTM", TYPE_MATRIX3, P_RESET_DEFAULT).Default(Matrix3()),
+        ParamDef(kRigIndependentOffset, "independent_offset", TYPE_BOOL, P_RESET_DEFAULT)
+            .Default(true)
+            .Label("Independent Offset"),
+        ParamDef(kRigStraightScale, "straight_scale", TYPE_BOOL, P_RESET_DEFAULT)
+            .Default(false)
+            .Label("Straight Scale"),
+        ParamDef(kRigConnectMirrorOffset, "connect_mirror_offset", TYPE_BOOL, P_RESET_DEFAULT)
+            .Default(true)
+            .Label("Connect Mirror Offset")
+            .Accessor(&connect_mirror_accessor),
+    }};
+FPInterfaceDesc rig_control_fp{
+    IRIGCONTROL_ID,
+    "interface",
+    FP_MIXIN,
+    &rig_control_cd,
+    {FPFunctionDef(kRigResetFigure, "ResetFigure", FPType::TYPE_VOID)},
+    {
+        FPPropertyDef(kRigGetOffsetPos, kRigSetOffsetPos, "offset_pos", FPType::TYPE_POINT3),
+        FPPropertyDef(kRigGetOffsetRot, kRigSetOffsetRot, "offset_rot", FPType::TYPE_QUAT),
+        FPPropertyDef(kRigGetOffsetScale, kRigSetOffsetScale, "offset_scale", FPType::TYPE_POINT3),
+        FPPropertyDef(kRigGetOffsetTM, kRigSetOffsetTM, "offset_tm", FPType::TYPE_MATRIX3),
+        FPPropertyDef(kRigGetFigureMode, kRigSetFigureMode, "figure_mode", FPType::TYPE_BOOL),
+    }};
 
 /// Undo record of the controller's own state (the locked flag); block and tracks record theirs.
 class RigControlRestore : public RestoreObj {
@@ -162,18 +152,8 @@ Matrix3 MirrorRotation(const Matrix3& d, int axis) {
   return out;
 }
 
-bool ValidAxis(int axis) { return axis >= 0 && axis <= 2; }
-
-/// The inverse of the offset's stretch, taking it back out of O * parent so that only the
-/// offset's rotation and translation stay in front of the tracks. A collapsed factor stays
-/// collapsed.
-Matrix3 InverseStretch(const ScaleValue& os) {
-  Point3 inv;
-  for (int i = 0; i < 3; ++i) {
-    inv[i] = std::fabs(os.s[i]) > kOffsetStretchMinFactor ? 1.0f / os.s[i] : 0.0f;
-  }
-  return MatrixFromScaleValue(ScaleValue(inv, os.q));
-}
+// A mirror axis names X, Y or Z; -1 (or anything else) means no mirroring about it.
+bool IsMirrorAxis(int axis) { return axis >= 0 && axis <= 2; }
 
 Control* MakeGimbalProxy() {
   HoldSuspend no_undo;  // the proxy is not part of any user's edit
@@ -198,7 +178,7 @@ Control* MakeGimbalProxy() {
 
 }  // namespace
 
-ClassDesc2* GetRigControlDesc() { return &Tables().cd; }
+ClassDesc2* GetRigControlDesc() { return &rig_control_cd; }
 
 // ---------------------------------------------------------------------------------------------
 // Module-wide switches and the gimbal proxy.
@@ -237,7 +217,7 @@ void ReleaseGimbalProxy() {
 // ---------------------------------------------------------------------------------------------
 // IRigControl
 
-FPInterfaceDesc* IRigControl::GetDesc() { return &Tables().fp; }
+FPInterfaceDesc* IRigControl::GetDesc() { return &rig_control_fp; }
 
 FPStatus IRigControl::Dispatch(FunctionID fid, FPParams& p, FPValue& result) {
   switch (fid) {
@@ -274,7 +254,7 @@ FPStatus IRigControl::Dispatch(FunctionID fid, FPParams& p, FPValue& result) {
 RigControl::RigControl(bool loading) {
   if (loading) return;
   HoldSuspend no_undo;  // a new controller's own parts are not an edit
-  Tables().cd.MakeAutoParamBlocks(this);
+  rig_control_cd.MakeAutoParamBlocks(this);
   ReplaceReference(1, NewDefaultPositionController());
   ReplaceReference(2, new RotationXYZ);
   ReplaceReference(3, NewDefaultScaleController());
@@ -282,10 +262,7 @@ RigControl::RigControl(bool loading) {
 
 Class_ID RigControl::ClassID() { return GetClassInfo(ClassIndex::RigControl).class_id; }
 
-void RigControl::GetClassName(MSTR& s, bool) const {
-  const char* name = Tables().cd.ClassName();
-  s = name ? name : "";
-}
+void RigControl::GetClassName(MSTR& s, bool) const { s = ClassNameOf(ClassIndex::RigControl); }
 
 void* RigControl::GetInterface(ULONG id) {
   if (id == I_REFSLOTCHECK) return static_cast<IRefSlotCheck*>(this);
@@ -346,84 +323,51 @@ void RigControl::HoldState() {
 
 void RigControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod) {
   if (!pblock_ || !val) return;
-  Matrix3& tm = *static_cast<Matrix3*>(val);
+  Matrix3& tm_ws = *static_cast<Matrix3*>(val);
   const Matrix3 offset = pblock_->GetMatrix3(kRigOffsetTM);  // not animated: read at 0
   if (pblock_->GetInt(kRigFigureMode) != 0) {
-    tm = offset * tm;  // the figure pose alone; the tracks are not seen
+    tm_ws = offset * tm_ws;  // the figure pose alone; the tracks are not seen
     return;
   }
-  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
-  const bool straight = pblock_->GetInt(kRigStraightScale) != 0;
-  Point3 op;
-  Quat oq;
-  ScaleValue os;
-  DecomposeMatrix(offset, op, oq, os);
-  // The parent's row lengths, which straight_scale re-applies as pure factors.
-  const Point3 s0 = straight ? GetScaleLengths(tm) : Point3(1.0f, 1.0f, 1.0f);
-  if (independent) {
-    tm.PreTranslate(op);
-  } else {
-    tm = offset * tm;
-  }
+  RigFrameInput in;
+  in.parent_ws = tm_ws;
+  in.offset = offset;
+  in.independent_offset = pblock_->GetInt(kRigIndependentOffset) != 0;
+  in.straight_scale = pblock_->GetInt(kRigStraightScale) != 0;
+  const RigFrames frames = RigTrackFrames(in);
+  // tm_ws enters as the parent's world transform and leaves as this node's. The tracks apply
+  // themselves to it in turn (relative GetValue), between the frame steps. The offset's stretch
+  // goes in last (Finish): ResetFigure moves the scale track's value into the offset, so the
+  // world must keep it where the track's own orthogonalising would drop it.
+  tm_ws = frames.position_ws;
   if (sub_[0]) sub_[0]->GetValue(t, val, valid, CTRL_RELATIVE);
-  // Whole offset: the position track moves in the offset's scaled frame; the stretch then comes
-  // out, to go in after the scale track with the independent offset's.
-  if (!independent) tm = InverseStretch(os) * tm;
-  if (straight) tm.Orthogonalize();
-  if (independent) tm.PreRotate(oq);
+  tm_ws = frames.TurnFrame(tm_ws, in.straight_scale);
   if (sub_[1]) sub_[1]->GetValue(t, val, valid, CTRL_RELATIVE);
   if (sub_[2]) sub_[2]->GetValue(t, val, valid, CTRL_RELATIVE);
-  // The offset's stretch goes in after the scale track, whose relative GetValue orthogonalises
-  // what it is applied to and would drop it (ResetFigure moves the track's scale into the
-  // offset, so the world must keep it). Axis-aligned scales commute, so this is the same product
-  // as the offset's scale in front of the track's.
-  tm = MatrixFromScaleValue(os) * tm;
-  if (straight) {
-    // The parent's row lengths and this node's factors as pure factors on an orthogonal frame.
-    const Point3 s1 = GetScaleLengths(tm);
-    tm.Orthogonalize();
-    tm.PreScale(s0 * s1);
-  }
+  tm_ws = frames.Finish(tm_ws);
 }
 
 void RigControl::SetWorld(TimeValue t,
                           const SetXFormPacket& pk,
-                          const Matrix3& offset,
+                          const RigFrames& frames,
                           int commit) {
-  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
-  const bool straight = pblock_->GetInt(kRigStraightScale) != 0;
-  Point3 p;
-  Quat q;
-  ScaleValue s;
-  Point3 unused_pos;
-  Point3 op;
-  Quat oq;
-  ScaleValue os;
-  DecomposeMatrix(offset, op, oq, os);
-  const Point3 s0 = GetScaleLengths(pk.tmParent);
+  // The position is the target's origin seen from the frame the position track starts from.
+  Matrix3 frame_ws = frames.position_ws;
+  Point3 p = (pk.tmAxis * Inverse(frame_ws)).GetTrans();
+  frame_ws.PreTranslate(p);
   // Rotation and scale are solved in the orthogonal frame they act in: the scale track's
   // relative GetValue orthogonalises what it is applied to (straight_scale does explicitly).
   // world = S(Os) * S(s) * q * frame, so q and s split S(Os)^-1 * world * frame^-1.
-  Matrix3 frame;
-  if (independent) {
-    frame = pk.tmParent;
-    frame.PreTranslate(op);
-    p = (pk.tmAxis * Inverse(frame)).GetTrans();
-    frame.PreTranslate(p);
-    frame.Orthogonalize();
-    frame.PreRotate(oq);
-  } else {
-    frame = offset * pk.tmParent;
-    p = (pk.tmAxis * Inverse(frame)).GetTrans();
-    frame = InverseStretch(os) * frame;
-    frame.Orthogonalize();
-  }
-  DecomposeMatrix(InverseStretch(os) * pk.tmAxis * Inverse(frame), unused_pos, q, s);
-  if (straight) {
+  frame_ws = frames.TurnFrame(frame_ws, true);
+  Point3 unused_pos;
+  Quat q;
+  ScaleValue s;
+  DecomposeMatrix(frames.inverse_stretch * pk.tmAxis * Inverse(frame_ws), unused_pos, q, s);
+  if (frames.in.straight_scale) {
     // GetValue puts the parent's row lengths back as factors, so they are divided out here.
     s.q.Identity();
     for (int i = 0; i < 3; ++i) {
-      if (s0[i] > kStraightScaleMinLength) s.s[i] /= s0[i];
+      if (frames.parent_lengths[i] > kStraightScaleMinLength) s.s[i] /= frames.parent_lengths[i];
     }
   }
   if (sub_[0]) sub_[0]->SetValue(t, &p, commit, CTRL_ABSOLUTE);
@@ -434,42 +378,33 @@ void RigControl::SetWorld(TimeValue t,
 void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
   if (GetLocked() || !pblock_ || !val) return;
   const SetXFormPacket& pk = *static_cast<const SetXFormPacket*>(val);
-  const bool figure = pblock_->GetInt(kRigFigureMode) != 0;
-  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
-  const bool straight = pblock_->GetInt(kRigStraightScale) != 0;
-  Matrix3 offset = pblock_->GetMatrix3(kRigOffsetTM);
+  RigFrameInput in;
+  in.parent_ws = pk.tmParent;
+  in.offset = pblock_->GetMatrix3(kRigOffsetTM);
+  in.figure_mode = pblock_->GetInt(kRigFigureMode) != 0;
+  in.independent_offset = pblock_->GetInt(kRigIndependentOffset) != 0;
+  in.straight_scale = pblock_->GetInt(kRigStraightScale) != 0;
+  const RigFrames frames = RigTrackFrames(in);
+  const bool figure = in.figure_mode;
+  const bool straight = in.straight_scale;
+  Matrix3 offset = in.offset;
   const Mirror mirror = MirrorTest();
-
-  // The frame the tracks start from: the parent with the offset's translation (independent) or
-  // the whole offset in front.
-  Point3 op;
-  Quat oq;
-  ScaleValue os;
-  DecomposeMatrix(offset, op, oq, os);
-  Matrix3 base = pk.tmParent;
-  if (independent) {
-    base.PreTranslate(op);
-  } else {
-    base = offset * pk.tmParent;
-  }
-  // The frame the rotation and scale tracks turn in: without the offset's stretch, which is
-  // applied after them.
-  const Matrix3 axes_base = independent ? base : InverseStretch(os) * base;
 
   switch (pk.command) {
     case XFORM_SET:
       if (figure) {
         SetOffsetTM(pk.tmAxis * Inverse(pk.tmParent));
       } else {
-        SetWorld(t, pk, offset, commit);
+        SetWorld(t, pk, frames, commit);
       }
       break;
 
     case XFORM_MOVE: {
-      const Matrix3 frame = figure ? pk.tmParent : base;
+      // In figure mode position_ws is the parent: the move goes into the offset.
+      const Matrix3& frame_ws = frames.position_ws;
       Point3 d = pk.p;
-      if (ValidAxis(mirror.move_axis)) d[mirror.move_axis] = -d[mirror.move_axis];
-      d = VectorTransform(pk.tmAxis * Inverse(frame), d);
+      if (IsMirrorAxis(mirror.move_axis)) d[mirror.move_axis] = -d[mirror.move_axis];
+      d = VectorTransform(pk.tmAxis * Inverse(frame_ws), d);
       if (figure) {
         offset.Translate(d);
         StoreOffset(offset, true);
@@ -480,18 +415,17 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
     }
 
     case XFORM_ROTATE: {
-      Matrix3 frame = figure ? pk.tmParent : axes_base;
-      if (!figure && independent) frame.PreRotate(oq);
+      Matrix3 frame_ws = frames.rotation_ws;
       AngAxis aa = pk.aa;
-      if (ValidAxis(mirror.rot_axis)) {
+      if (IsMirrorAxis(mirror.rot_axis)) {
         for (int i = 0; i < 3; ++i) {
           if (i != mirror.rot_axis) aa.axis[i] = -aa.axis[i];
         }
       }
-      frame.Orthogonalize();
-      aa.axis = VectorTransform(pk.tmAxis * Inverse(frame), aa.axis);
+      frame_ws.Orthogonalize();
+      aa.axis = VectorTransform(pk.tmAxis * Inverse(frame_ws), aa.axis);
       // A mirroring frame reverses the sense of a turn seen through it.
-      if (frame.Parity()) aa.angle = -aa.angle;
+      if (frame_ws.Parity()) aa.angle = -aa.angle;
       if (!figure) {
         if (sub_[1]) sub_[1]->SetValue(t, &aa, commit, CTRL_RELATIVE);
         break;
@@ -508,24 +442,23 @@ void RigControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
         if (straight) {
           ApplyScaleValue(offset, ScaleValue(GetScaleLengths(offset) * pk.p));
         } else {
-          const Matrix3 axis = pk.tmAxis * Inverse(pk.tmParent);
-          offset = offset * Inverse(axis);
+          const Matrix3 axis_ps = pk.tmAxis * Inverse(pk.tmParent);
+          offset = offset * Inverse(axis_ps);
           offset.Scale(pk.p, false);
-          offset = offset * axis;
+          offset = offset * axis_ps;
         }
         StoreOffset(offset, true);
         break;
       }
       if (!sub_[2]) break;
       // The frame the scale track is applied to (the offset's scale comes after it).
-      Matrix3 frame = axes_base;
+      Matrix3 frame_ws = frames.rotation_ws;
       Interval ignored = FOREVER;
-      if (independent) frame.PreRotate(oq);
-      if (sub_[1]) sub_[1]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
+      if (sub_[1]) sub_[1]->GetValue(t, &frame_ws, ignored, CTRL_RELATIVE);
       ScaleValue delta(pk.p);
       if (!straight) {
-        frame.Orthogonalize();
-        delta.q = Quat(pk.tmAxis * Inverse(frame));
+        frame_ws.Orthogonalize();
+        delta.q = Quat(pk.tmAxis * Inverse(frame_ws));
       }
       sub_[2]->SetValue(t, &delta, commit, CTRL_RELATIVE);
       break;
@@ -565,12 +498,12 @@ void RigControl::StoreOffset(const Matrix3& n, bool user_edit) {
   if (other && other != this && other->pblock_) {
     const int pos_axis = mp->GetInt(am::kMirrorPosAxis);
     const int rot_axis = mp->GetInt(am::kMirrorRotAxis);
-    if (use_pos && ValidAxis(pos_axis)) {
+    if (use_pos && IsMirrorAxis(pos_axis)) {
       Point3 tr = change.GetTrans();
       tr[pos_axis] = -tr[pos_axis];
       change.SetTrans(tr);
     }
-    if (use_rot && ValidAxis(rot_axis)) change = MirrorRotation(change, rot_axis);
+    if (use_rot && IsMirrorAxis(rot_axis)) change = MirrorRotation(change, rot_axis);
     // Straight to the mirror's block, so that its own mirror store does not run back here.
     other->pblock_->SetValue(kRigOffsetTM, 0, change * other->pblock_->GetMatrix3(kRigOffsetTM));
   }
@@ -579,9 +512,9 @@ void RigControl::StoreOffset(const Matrix3& n, bool user_edit) {
 
 bool RigControl::ChangeParents(TimeValue t,
                                const Matrix3&,
-                               const Matrix3& new_parent,
-                               const Matrix3& tm) {
-  SetXFormPacket pk(tm, new_parent);
+                               const Matrix3& new_parent_ws,
+                               const Matrix3& world_ws) {
+  SetXFormPacket pk(world_ws, new_parent_ws);
   SetValue(t, &pk, 1, CTRL_RELATIVE);
   return true;
 }
@@ -758,32 +691,27 @@ Control* RigControl::GimbalProxy() {
   // the axes' offsets as Euler angles of the track's order.
   const TimeValue t = GetCOREInterface()->GetTime();
   INode* node = FindOwnerNode(this);
-  Matrix3 frame = node ? node->GetParentTM(t) : Matrix3();
-  const Matrix3 offset = GetOffsetTM();
+  RigFrameInput in;
+  in.parent_ws = node ? node->GetParentTM(t) : Matrix3();
+  in.offset = GetOffsetTM();
+  in.independent_offset = pblock_->GetInt(kRigIndependentOffset) != 0;
+  const RigFrames frames = RigTrackFrames(in);
   const int order = euler->GetOrder();
   float offset_ang[3] = {0.0f, 0.0f, 0.0f};
-  Point3 op;
-  Quat oq;
-  ScaleValue os;
-  DecomposeMatrix(offset, op, oq, os);
-  const bool independent = pblock_->GetInt(kRigIndependentOffset) != 0;
-  if (independent) {
-    frame.PreTranslate(op);
+  if (in.independent_offset) {
     float seq[3];
-    MatrixToEuler(RotationMatrix(oq), seq, order);
+    MatrixToEuler(RotationMatrix(frames.offset_rot), seq, order);
     for (int step = 0; step < 3; ++step) {
       offset_ang[EulerStepChannel(order, step)] = seq[step];
     }
-  } else {
-    frame = offset * frame;
   }
+  Matrix3 frame_ws = frames.position_ws;
   Interval ignored = FOREVER;
-  if (sub_[0]) sub_[0]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
-  if (!independent) frame = InverseStretch(os) * frame;
-  frame.Orthogonalize();
+  if (sub_[0]) sub_[0]->GetValue(t, &frame_ws, ignored, CTRL_RELATIVE);
+  frame_ws = frames.AxesFrame(frame_ws, true);
 
   HoldSuspend no_undo;
-  parent_rot->Set(Quat(frame), false);
+  parent_rot->Set(Quat(frame_ws), false);
   proxy_order->SetOrder(order);
   Control* axes[3] = {rot->GetXController(), rot->GetYController(), rot->GetZController()};
   for (int i = 0; i < 3; ++i) {

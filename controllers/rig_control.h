@@ -16,6 +16,8 @@ class INode;
 
 namespace marvolith {
 
+struct RigFrames;
+
 /// Id of IRigControl; the same pair as RigControl's Class_ID.
 inline constexpr Interface_ID IRIGCONTROL_ID(0x45596d56, 0x1e847b58);
 
@@ -160,11 +162,11 @@ class RigControl : public CompoundControl, public IRigControl, public IRefSlotCh
                 void* val,
                 int commit = 1,
                 GetSetMethod method = CTRL_ABSOLUTE) override;
-  /// XFORM_SET of tm under new_parent; answers true.
+  /// XFORM_SET of world_ws under new_parent_ws; answers true.
   bool ChangeParents(TimeValue t,
-                     const Matrix3& old_parent,
-                     const Matrix3& new_parent,
-                     const Matrix3& tm) override;
+                     const Matrix3& old_parent_ws,
+                     const Matrix3& new_parent_ws,
+                     const Matrix3& world_ws) override;
   /// With KEYAT_POSITION, KEYAT_ROTATION or KEYAT_SCALE in flags only those tracks count.
   bool IsKeyAtTime(TimeValue t, DWORD flags) override { return IsTransformKeyAtTime(t, flags); }
   /// from's local transform at the current time becomes the offset; the tracks stay at rest,
@@ -213,7 +215,7 @@ class RigControl : public CompoundControl, public IRigControl, public IRefSlotCh
     int rot_axis = -1;
   };
   Mirror MirrorTest();
-  void SetWorld(TimeValue t, const SetXFormPacket& pk, const Matrix3& offset, int commit);
+  void SetWorld(TimeValue t, const SetXFormPacket& pk, const RigFrames& frames, int commit);
   Control* GimbalProxy();
 
   IParamBlock2* pblock_ = nullptr;

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdint>
 
-#include "controllers/internal/class_name.h"
 #include "host/controllers/controller_classes.h"
 #include "host/io/chunk_io.h"
 #include "host/math/euler.h"
@@ -25,6 +24,9 @@ constexpr USHORT kLockedChunk = 9525;
 constexpr std::int32_t kOrderMark = 100;
 // Orders 0..5 are Tait-Bryan and decompose continuously; 6..8 repeat an axis.
 constexpr int kLastTaitBryanOrder = 5;
+
+// The descriptor, built at module load.
+RotationXYZClassDesc rotation_xyz_cd;
 
 int ValidOrder(int order) { return order >= 0 && order < kEulerOrderCount ? order : 0; }
 
@@ -59,15 +61,6 @@ bool Finite(const Point3& p) {
 }  // namespace
 
 // ---- Pure core ----
-
-int EulerStepChannel(int order, int step) {
-  const int a0 = EulerOrderAxis(order, 0);
-  const int a1 = EulerOrderAxis(order, 1);
-  if (step <= 0) return a0;
-  if (step == 1) return a1;
-  const int a2 = EulerOrderAxis(order, 2);
-  return a2 != a0 ? a2 : 3 - a0 - a1;  // repeated axis: the channel left over
-}
 
 Quat EulerSequenceToQuat(const float seq[3], int order) {
   return Quat(SequenceMatrix(seq, ValidOrder(order)));
@@ -230,9 +223,7 @@ RotationXYZ::~RotationXYZ() = default;
 
 Class_ID RotationXYZ::ClassID() { return GetClassInfo(ClassIndex::RotationXYZ).class_id; }
 
-void RotationXYZ::GetClassName(MSTR& s, bool) const {
-  s = controllers_internal::ClassNameOf(ClassIndex::RotationXYZ);
-}
+void RotationXYZ::GetClassName(MSTR& s, bool) const { s = ClassNameOf(ClassIndex::RotationXYZ); }
 
 void* RotationXYZ::GetInterface(ULONG id) {
   if (id == I_EULERCTRL) return static_cast<IEulerControl*>(this);
@@ -510,9 +501,6 @@ IOResult RotationXYZ::Load(ILoad* iload) {
   return IO_OK;
 }
 
-ClassDesc2* GetRotationXYZDesc() {
-  static RotationXYZClassDesc desc;
-  return &desc;
-}
+ClassDesc2* GetRotationXYZDesc() { return &rotation_xyz_cd; }
 
 }  // namespace marvolith

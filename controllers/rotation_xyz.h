@@ -60,10 +60,6 @@ EulerTurnResult TurnEulerSequence(float seq[3], int order, const AngAxis& turn);
 /// against the angles seq holds on entry.
 void SetEulerSequence(float seq[3], int order, const Quat& q);
 
-/// The channel (0 X, 1 Y, 2 Z) that holds step `step` of `order`: the step's axis, and for the
-/// third step of a repeated-axis order the channel left over.
-int EulerStepChannel(int order, int step);
-
 // ---- The controller ----
 
 /// The host's IK joint limits of a rotation, kept for its IK solvers and saved when present:

@@ -7,7 +7,6 @@
 #include <span>
 #include <type_traits>
 
-#include "controllers/internal/class_name.h"
 #include "host/core/diagnostics.h"
 #include "host/io/chunk_io.h"
 #include "host/math/affine.h"
@@ -82,10 +81,10 @@ Matrix3 NextValue(const Matrix3& current, const void* val, GetSetMethod) {
       } else {
         change = ScaleMatrix(pk.p);
       }
-      const Matrix3 world = current * pk.tmParent;
-      Matrix3 axis = pk.tmAxis;
-      if (pk.localOrigin) axis.SetTrans(world.GetTrans());  // turn about the node itself
-      return world * Inverse(axis) * change * axis * to_parent;
+      const Matrix3 world_ws = current * pk.tmParent;
+      Matrix3 axis_ws = pk.tmAxis;
+      if (pk.localOrigin) axis_ws.SetTrans(world_ws.GetTrans());  // turn about the node itself
+      return world_ws * Inverse(axis_ws) * change * axis_ws * to_parent;
     }
     case XFORM_SET:
     default:
@@ -140,7 +139,7 @@ class StaticValueRestore : public RestoreObj {
     if (C* c = Get()) c->ClearAFlag(A_HELD);
   }
   int Size() override { return static_cast<int>(sizeof(*this)); }
-  MSTR Description() override { return controllers_internal::ClassNameOf(C::kClassIndex); }
+  MSTR Description() override { return ClassNameOf(C::kClassIndex); }
 
  private:
   C* Get() { return dynamic_cast<C*>(Animatable::GetAnimByHandle(handle_)); }
@@ -153,7 +152,7 @@ class StaticValueRestore : public RestoreObj {
 
 template <typename Derived, typename V, ClassIndex kIndex>
 void StaticControl<Derived, V, kIndex>::GetClassName(MSTR& s, bool) const {
-  s = controllers_internal::ClassNameOf(kIndex);
+  s = ClassNameOf(kIndex);
 }
 
 template <typename Derived, typename V, ClassIndex kIndex>
@@ -266,29 +265,23 @@ Animatable* StepFloatClassDesc::Create(bool) {
   return nullptr;
 }
 
-ClassDesc2* GetStaticFloatDesc() {
-  static StaticFloatClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStepFloatDesc() {
-  static StepFloatClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStaticPositionDesc() {
-  static StaticPositionClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStaticRotationDesc() {
-  static StaticRotationClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStaticScaleDesc() {
-  static StaticScaleClassDesc desc;
-  return &desc;
-}
-ClassDesc2* GetStaticTransformDesc() {
-  static StaticTransformClassDesc desc;
-  return &desc;
-}
+namespace {
+
+// Descriptors, built at module load.
+StaticFloatClassDesc static_float_cd;
+StepFloatClassDesc step_float_cd;
+StaticPositionClassDesc static_position_cd;
+StaticRotationClassDesc static_rotation_cd;
+StaticScaleClassDesc static_scale_cd;
+StaticTransformClassDesc static_transform_cd;
+
+}  // namespace
+
+ClassDesc2* GetStaticFloatDesc() { return &static_float_cd; }
+ClassDesc2* GetStepFloatDesc() { return &step_float_cd; }
+ClassDesc2* GetStaticPositionDesc() { return &static_position_cd; }
+ClassDesc2* GetStaticRotationDesc() { return &static_rotation_cd; }
+ClassDesc2* GetStaticScaleDesc() { return &static_scale_cd; }
+ClassDesc2* GetStaticTransformDesc() { return &static_transform_cd; }
 
 }  // namespace marvolith

@@ -9,8 +9,6 @@
 namespace marvolith {
 namespace {
 
-int ValidAxis(int axis) { return axis == 0 || axis == 1 ? axis : 2; }
-
 Point3 UnitAxis(int axis) {
   Point3 p;
   p[axis] = 1.0f;
@@ -20,7 +18,7 @@ Point3 UnitAxis(int axis) {
 }  // namespace
 
 TwistPoseAccumulator::TwistPoseAccumulator(const Matrix3& frame, int axis)
-    : frame_(frame), axis_(ValidAxis(axis)), companion_(TwistCompanionAxis(axis_)) {}
+    : frame_(frame), axis_(AxisOrZ(axis)), companion_(TwistCompanionAxis(axis_)) {}
 
 void TwistPoseAccumulator::Add(const Matrix3& pose, float twist) {
   const float d = AngleBetween(frame_.GetRow(axis_), pose.GetRow(axis_));

@@ -6,6 +6,7 @@
 
 #include "controllers/node_space.h"
 #include "controllers/twist_pose_math.h"
+#include "host/math/geometry.h"
 #include "host/scene/core_interface.h"
 #include "host/undo/hold.h"
 #include "plugin/class_table.h"
@@ -186,7 +187,7 @@ TwistPosesFloat::TwistPosesFloat(bool loading) {
   if (!loading) twist_float_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* TwistPosesFloat::GetClassDesc() const { return &twist_float_cd; }
+MarvolithClassDesc* TwistPosesFloat::GetClassDesc() const { return &twist_float_cd; }
 FPInterfaceDesc* TwistPosesFloat::GetDesc() { return &twist_float_fp; }
 
 void TwistPosesFloat::GetValueLocalTime(TimeValue t, void* val, Interval& valid, GetSetMethod) {
@@ -207,15 +208,14 @@ TwistPosesRotation::TwistPosesRotation(bool loading) {
   if (!loading) twist_rotation_cd.MakeAutoParamBlocks(this);
 }
 
-ClassDesc2* TwistPosesRotation::GetClassDesc() const { return &twist_rotation_cd; }
+MarvolithClassDesc* TwistPosesRotation::GetClassDesc() const { return &twist_rotation_cd; }
 FPInterfaceDesc* TwistPosesRotation::GetDesc() { return &twist_rotation_fp; }
 
 void TwistPosesRotation::GetValueLocalTime(TimeValue t, void* val, Interval& valid, GetSetMethod) {
   float angle = 0.0f;
   TwistAngle(t, valid, angle);
   Point3 axis;
-  const int a = pblock_ ? pblock_->GetInt(kTwistAxis) : 0;
-  axis[a == 0 || a == 1 ? a : 2] = 1.0f;
+  axis[AxisOrZ(pblock_ ? pblock_->GetInt(kTwistAxis) : 0)] = 1.0f;
   *static_cast<Quat*>(val) = QFromAngAxis(angle, axis);
 }
 

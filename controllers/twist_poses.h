@@ -75,7 +75,7 @@ class TwistPosesFloat final : public TwistPosesControl {
  public:
   /// loading true makes no block (the file links one).
   explicit TwistPosesFloat(bool loading = false);
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   FPInterfaceDesc* GetDesc() override;
   void GetValueLocalTime(TimeValue t,
                          void* val,
@@ -91,7 +91,7 @@ class TwistPosesRotation final : public TwistPosesControl {
  public:
   /// loading true makes no block (the file links one).
   explicit TwistPosesRotation(bool loading = false);
-  ClassDesc2* GetClassDesc() const override;
+  MarvolithClassDesc* GetClassDesc() const override;
   FPInterfaceDesc* GetDesc() override;
   void GetValueLocalTime(TimeValue t,
                          void* val,

@@ -24,19 +24,18 @@ class WindowOut : public PolylineOut {
   GraphicsWindow& gw_;
 };
 
-// The class's static tables, made on first use: descriptor, block, interface.
-struct ControlHelperTables {
-  ControlHelperClassDesc cd;
-  ParamBlockDesc2 pb{kControlParams, "params", 0, &cd, P_AUTO_CONSTRUCT, 0,
-                     ControlParamDefs(/*with_scale=*/false)};
-  FPInterfaceDesc fp{ICONTROLHELPER_HELPER_ID,  "IControlHelper",    FP_MIXIN, &cd, {},
-                     ControlHelperProperties(), ControlHelperEnums()};
-};
-
-ControlHelperTables& Tables() {
-  static ControlHelperTables tables;
-  return tables;
-}
+// The class's static tables, built at module load in this order: descriptor, block, interface.
+ControlHelperClassDesc control_helper_cd;
+ParamBlockDesc2 control_helper_pb{kControlParams,
+                                  "params",
+                                  0,
+                                  &control_helper_cd,
+                                  P_AUTO_CONSTRUCT,
+                                  0,
+                                  ControlParamDefs(/*with_scale=*/false)};
+FPInterfaceDesc control_helper_fp{
+    ICONTROLHELPER_HELPER_ID,  "IControlHelper",    FP_MIXIN, &control_helper_cd, {},
+    ControlHelperProperties(), ControlHelperEnums()};
 
 /// The 12 edges of the cube -1..1 as pairs of corners (bit 0 +X, bit 1 +Y, bit 2 +Z).
 constexpr int kCubeEdges[12][2] = {{0, 1}, {2, 3}, {4, 5}, {6, 7}, {0, 2}, {1, 3},
@@ -44,15 +43,17 @@ constexpr int kCubeEdges[12][2] = {{0, 1}, {2, 3}, {4, 5}, {6, 7}, {0, 2}, {1, 3
 
 }  // namespace
 
-ClassDesc2* GetControlHelperDesc() { return &Tables().cd; }
+ClassDesc2* GetControlHelperDesc() { return &control_helper_cd; }
 
 ControlHelper::ControlHelper(bool loading) {
-  if (!loading) Tables().cd.MakeAutoParamBlocks(this);
+  if (!loading) control_helper_cd.MakeAutoParamBlocks(this);
 }
 
-void ControlHelper::GetClassName(MSTR& s, bool) const { s = "ControlHelper"; }
+void ControlHelper::GetClassName(MSTR& s, bool) const {
+  s = ClassNameOf(ClassIndex::ControlHelper);
+}
 
-FPInterfaceDesc* ControlHelper::GetDesc() { return &Tables().fp; }
+FPInterfaceDesc* ControlHelper::GetDesc() { return &control_helper_fp; }
 
 Interval ControlHelper::ObjectValidity(TimeValue t) {
   Interval valid = FOREVER;

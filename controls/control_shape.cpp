@@ -10,35 +10,34 @@
 namespace marvolith {
 namespace {
 
-// The class's static tables, made on first use: descriptor, block, interface.
-struct ControlShapeTables {
-  ControlShapeClassDesc cd;
-  ParamBlockDesc2 pb{kControlParams, "params", 0, &cd, P_AUTO_CONSTRUCT, 0,
-                     ControlParamDefs(/*with_scale=*/true)};
-  FPInterfaceDesc fp{ICONTROLHELPER_SHAPE_ID,   "IControlHelper",    FP_MIXIN, &cd, {},
-                     ControlHelperProperties(), ControlHelperEnums()};
-};
-
-ControlShapeTables& Tables() {
-  static ControlShapeTables tables;
-  return tables;
-}
+// The class's static tables, built at module load in this order: descriptor, block, interface.
+ControlShapeClassDesc control_shape_cd;
+ParamBlockDesc2 control_shape_pb{kControlParams,
+                                 "params",
+                                 0,
+                                 &control_shape_cd,
+                                 P_AUTO_CONSTRUCT,
+                                 0,
+                                 ControlParamDefs(/*with_scale=*/true)};
+FPInterfaceDesc control_shape_fp{
+    ICONTROLHELPER_SHAPE_ID,   "IControlHelper",    FP_MIXIN, &control_shape_cd, {},
+    ControlHelperProperties(), ControlHelperEnums()};
 
 /// The time mark both ends of an invalid shape interval are set to.
 constexpr TimeValue kInvalidShapeTime = static_cast<TimeValue>(0x80000000u);
 
 }  // namespace
 
-ClassDesc2* GetControlShapeDesc() { return &Tables().cd; }
+ClassDesc2* GetControlShapeDesc() { return &control_shape_cd; }
 
 ControlShape::ControlShape(bool loading) {
   InvalidateShape();
-  if (!loading) Tables().cd.MakeAutoParamBlocks(this);
+  if (!loading) control_shape_cd.MakeAutoParamBlocks(this);
 }
 
-void ControlShape::GetClassName(MSTR& s, bool) const { s = "ControlShape"; }
+void ControlShape::GetClassName(MSTR& s, bool) const { s = ClassNameOf(ClassIndex::ControlShape); }
 
-FPInterfaceDesc* ControlShape::GetDesc() { return &Tables().fp; }
+FPInterfaceDesc* ControlShape::GetDesc() { return &control_shape_fp; }
 
 void ControlShape::InvalidateShape() { shape_valid_.Set(kInvalidShapeTime, kInvalidShapeTime); }
 

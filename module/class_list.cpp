@@ -29,6 +29,10 @@ std::array<PendingClassDesc, sizeof...(I)> MakePendingDescs(std::index_sequence<
   return {PendingClassDesc(static_cast<ClassIndex>(I))...};
 }
 
+// Stand-ins for the classes not built yet, built at module load like the real descriptors.
+std::array<PendingClassDesc, kClassCount> pending_descs =
+    MakePendingDescs(std::make_index_sequence<kClassCount>());
+
 // The classes that exist, each with its folder's descriptor. Adding a class here also takes it
 // off the list of pending classes in the module's tests.
 void PutImplementedClasses(ClassTable& table) {
@@ -61,8 +65,6 @@ void PutImplementedClasses(ClassTable& table) {
 ClassTable BuildTable() {
   ClassTable table{};
   PutImplementedClasses(table);
-  static std::array<PendingClassDesc, kClassCount> pending =
-      MakePendingDescs(std::make_index_sequence<kClassCount>());
   for (std::size_t i = 0; i < table.size(); ++i) {
     if (table[i]) {
       // A descriptor in the wrong row would register a class under another identity.
@@ -70,7 +72,7 @@ ClassTable BuildTable() {
       MV_ASSERT(table[i]->ClassID() == info.class_id &&
                 table[i]->SuperClassID() == info.super_class);
     } else {
-      table[i] = &pending[i];
+      table[i] = &pending_descs[i];
     }
   }
   return table;

@@ -86,6 +86,11 @@ constexpr ClassInfo kClasses[kClassCount] = {
 
 const ClassInfo& GetClassInfo(ClassIndex index) { return kClasses[static_cast<int>(index)]; }
 
+const char* ClassNameOf(ClassIndex index) {
+  const char* name = GetString(GetClassInfo(index).class_name_id);
+  return name ? name : GetClassInfo(index).internal_name;
+}
+
 const char* MarvolithClassDesc::ClassName() { return GetString(GetClassInfo(index_).class_name_id); }
 
 const char* MarvolithClassDesc::Category() { return GetString(GetClassInfo(index_).category_id); }

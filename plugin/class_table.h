@@ -99,6 +99,12 @@ struct ClassInfo {
 /// The row at index; index must be a valid ClassIndex.
 const ClassInfo& GetClassInfo(ClassIndex index);
 
+/// What Animatable::GetClassName answers for an object of the class at index: the ClassName from
+/// the module's string table, or the fixed internal name while that table cannot be read (no
+/// module instance yet). The text may sit in the string table's shared buffer: copy it before
+/// the next string lookup.
+const char* ClassNameOf(ClassIndex index);
+
 /// Base of every descriptor of the module: identity, names and flags come from the class table,
 /// names through the module's string table. Subclasses add Create.
 class MarvolithClassDesc : public ClassDesc2 {

@@ -63,9 +63,12 @@ void PRSControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod)
   }
 }
 
-void PRSControl::SetWorld(TimeValue t, const Matrix3& world, const Matrix3& parent, int commit) {
-  Point3 p = (world * Inverse(parent)).GetTrans();
-  Matrix3 local = world * Inverse(OrthoFrame(parent));
+void PRSControl::SetWorld(TimeValue t,
+                          const Matrix3& world_ws,
+                          const Matrix3& parent_ws,
+                          int commit) {
+  Point3 p = (world_ws * Inverse(parent_ws)).GetTrans();
+  Matrix3 local = world_ws * Inverse(OrthoFrame(parent_ws));
   local.NoTrans();
   Point3 unused;
   Quat q;
@@ -77,11 +80,11 @@ void PRSControl::SetWorld(TimeValue t, const Matrix3& world, const Matrix3& pare
 }
 
 void PRSControl::SetPositionInWorld(TimeValue t,
-                                    const Point3& world_pos,
-                                    const Matrix3& parent,
+                                    const Point3& pos_ws,
+                                    const Matrix3& parent_ws,
                                     int commit) {
   if (!sub_[0]) return;
-  Point3 p = Inverse(parent).PointTransform(world_pos);
+  Point3 p = Inverse(parent_ws).PointTransform(pos_ws);
   sub_[0]->SetValue(t, &p, commit, CTRL_ABSOLUTE);
 }
 
@@ -101,43 +104,44 @@ void PRSControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod) {
       break;
     }
     case XFORM_ROTATE: {
-      Matrix3 world = pk.tmParent;
-      GetValue(t, &world, ignored, CTRL_RELATIVE);
+      Matrix3 world_ws = pk.tmParent;
+      GetValue(t, &world_ws, ignored, CTRL_RELATIVE);
       const Point3 axis_ws = Normalize(VectorTransform(pk.tmAxis, pk.aa.axis));
       if (sub_[1]) {
         // The same turn seen from the parent frame F: the axis maps through Inverse(F); a
         // mirroring F reverses the sense of the turn.
-        const Matrix3 frame = OrthoFrame(pk.tmParent);
-        AngAxis rel(Normalize(VectorTransform(Inverse(frame), axis_ws)),
-                    frame.Parity() ? -pk.aa.angle : pk.aa.angle);
+        const Matrix3 frame_ws = OrthoFrame(pk.tmParent);
+        AngAxis rel(Normalize(VectorTransform(Inverse(frame_ws), axis_ws)),
+                    frame_ws.Parity() ? -pk.aa.angle : pk.aa.angle);
         sub_[1]->SetValue(t, &rel, commit, CTRL_RELATIVE);
       }
       if (!pk.localOrigin) {
-        const Point3 center = pk.tmAxis.GetTrans();
+        const Point3 center_ws = pk.tmAxis.GetTrans();
         const Matrix3 turn = RotAngleAxisMatrix(axis_ws, pk.aa.angle);
-        SetPositionInWorld(t, center + VectorTransform(turn, world.GetTrans() - center),
+        SetPositionInWorld(t, center_ws + VectorTransform(turn, world_ws.GetTrans() - center_ws),
                            pk.tmParent, commit);
       }
       break;
     }
     case XFORM_SCALE: {
-      Matrix3 world = pk.tmParent;
-      GetValue(t, &world, ignored, CTRL_RELATIVE);
+      Matrix3 world_ws = pk.tmParent;
+      GetValue(t, &world_ws, ignored, CTRL_RELATIVE);
       if (sub_[2]) {
         // The scale axes relative to the frame the scale applies in: parent, position and
         // rotation, orthogonalised as ApplyScaleValue does.
-        Matrix3 frame = pk.tmParent;
-        if (sub_[0]) sub_[0]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
-        if (sub_[1]) sub_[1]->GetValue(t, &frame, ignored, CTRL_RELATIVE);
-        frame.Orthogonalize();
-        ScaleValue delta(pk.p, Quat(pk.tmAxis * Inverse(frame)));
+        Matrix3 frame_ws = pk.tmParent;
+        if (sub_[0]) sub_[0]->GetValue(t, &frame_ws, ignored, CTRL_RELATIVE);
+        if (sub_[1]) sub_[1]->GetValue(t, &frame_ws, ignored, CTRL_RELATIVE);
+        frame_ws.Orthogonalize();
+        ScaleValue delta(pk.p, Quat(pk.tmAxis * Inverse(frame_ws)));
         sub_[2]->SetValue(t, &delta, commit, CTRL_RELATIVE);
       }
       if (!pk.localOrigin) {
-        const Matrix3 axes = OrthoFrame(pk.tmAxis);
-        const Point3 center = pk.tmAxis.GetTrans();
-        const Point3 offset = VectorTransform(Inverse(axes), world.GetTrans() - center) * pk.p;
-        SetPositionInWorld(t, center + VectorTransform(axes, offset), pk.tmParent, commit);
+        const Matrix3 axes_ws = OrthoFrame(pk.tmAxis);
+        const Point3 center_ws = pk.tmAxis.GetTrans();
+        const Point3 offset =
+            VectorTransform(Inverse(axes_ws), world_ws.GetTrans() - center_ws) * pk.p;
+        SetPositionInWorld(t, center_ws + VectorTransform(axes_ws, offset), pk.tmParent, commit);
       }
       break;
     }

@@ -98,8 +98,8 @@ class PRSControl : public CompoundControl {
   void HoldState() override;
 
  private:
-  void SetWorld(TimeValue t, const Matrix3& world, const Matrix3& parent, int commit);
-  void SetPositionInWorld(TimeValue t, const Point3& world_pos, const Matrix3& parent, int commit);
+  void SetWorld(TimeValue t, const Matrix3& world_ws, const Matrix3& parent_ws, int commit);
+  void SetPositionInWorld(TimeValue t, const Point3& pos_ws, const Matrix3& parent_ws, int commit);
   Control* sub_[3] = {nullptr, nullptr, nullptr};
 };
 

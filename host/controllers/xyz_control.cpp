@@ -135,15 +135,6 @@ const char* EulerXYZControl::ChannelName(int i) {
   return kNames[i];
 }
 
-int EulerXYZControl::StepChannel(int order, int step) {
-  const int a0 = EulerOrderAxis(order, 0);
-  const int a1 = EulerOrderAxis(order, 1);
-  if (step <= 0) return a0;
-  if (step == 1) return a1;
-  const int a2 = EulerOrderAxis(order, 2);
-  return a2 != a0 ? a2 : 3 - a0 - a1;  // repeated axis: the channel left over
-}
-
 void EulerXYZControl::SetOrder(int order) {
   if (order < 0 || order >= kEulerOrderCount || order == order_) return;
   HoldState();
@@ -157,7 +148,7 @@ void EulerXYZControl::GetValue(TimeValue t, void* val, Interval& valid, GetSetMe
   float ch[3];
   for (int i = 0; i < 3; ++i) ch[i] = Channel(i, t, valid);
   float seq[3];
-  for (int s = 0; s < 3; ++s) seq[s] = ch[StepChannel(order_, s)];
+  for (int s = 0; s < 3; ++s) seq[s] = ch[EulerStepChannel(order_, s)];
   Quat q;
   EulerToQuat(seq, q, order_);
   if (method == CTRL_ABSOLUTE) {
@@ -173,7 +164,7 @@ void EulerXYZControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod 
   float ch[3];
   for (int i = 0; i < 3; ++i) ch[i] = Channel(i, t, ignored);
   float seq[3];
-  for (int s = 0; s < 3; ++s) seq[s] = ch[StepChannel(order_, s)];
+  for (int s = 0; s < 3; ++s) seq[s] = ch[EulerStepChannel(order_, s)];
   if (method == CTRL_ABSOLUTE) {
     ContinuousQuatToEuler(Normalize(*static_cast<const Quat*>(val)), seq, order_);
   } else {
@@ -189,7 +180,7 @@ void EulerXYZControl::SetValue(TimeValue t, void* val, int commit, GetSetMethod 
       ContinuousQuatToEuler(q, seq, order_);
     }
   }
-  for (int s = 0; s < 3; ++s) ch[StepChannel(order_, s)] = seq[s];
+  for (int s = 0; s < 3; ++s) ch[EulerStepChannel(order_, s)] = seq[s];
   for (int i = 0; i < 3; ++i) SetChannel(i, t, ch[i], commit);
 }
 
@@ -202,7 +193,7 @@ void EulerXYZControl::Copy(Control* from) {
     float seq[3];
     QuatToEuler(q, seq, order_);
     AnimateSuspend no_keys;
-    for (int s = 0; s < 3; ++s) SetChannel(StepChannel(order_, s), Now(), seq[s], 1);
+    for (int s = 0; s < 3; ++s) SetChannel(EulerStepChannel(order_, s), Now(), seq[s], 1);
   }
   SetLocked(IsTrackLocked(from));
   NotifyChange();

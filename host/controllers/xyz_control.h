@@ -109,9 +109,6 @@ class EulerXYZControl : public FloatTripleControl, public IEulerControl {
   void Copy(Control* from) override;
   RefTargetHandle Clone(RemapDir& remap) override;
 
-  /// The channel that holds step `step` (0..2) of `order`.
-  static int StepChannel(int order, int step);
-
  protected:
   const char* ChannelName(int i) override;
 };

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 
+#include "host/math/geometry.h"
+
 namespace {
 
 constexpr DWORD kNoHitDistance = 0xFFFFFFFFu;
@@ -27,26 +29,13 @@ bool InsideRect(const Vec2& p, const HitRegion& r) {
   return p.x >= r.rect.left && p.x <= r.rect.right && p.y >= r.rect.top && p.y <= r.rect.bottom;
 }
 
-// Liang-Barsky: does a..b touch the rectangle?
+// Does a..b touch the rectangle? The points came from floats, so narrowing them back is exact.
 bool SegmentTouchesRect(const Vec2& a, const Vec2& b, const HitRegion& r) {
-  double t0 = 0.0, t1 = 1.0;
-  const double dx = b.x - a.x, dy = b.y - a.y;
-  const double p[4] = {-dx, dx, -dy, dy};
-  const double q[4] = {a.x - r.rect.left, r.rect.right - a.x, a.y - r.rect.top,
-                       r.rect.bottom - a.y};
-  for (int i = 0; i < 4; ++i) {
-    if (p[i] == 0.0) {
-      if (q[i] < 0.0) return false;  // parallel to this edge and outside it
-      continue;
-    }
-    const double t = q[i] / p[i];
-    if (p[i] < 0.0)
-      t0 = std::max(t0, t);
-    else
-      t1 = std::min(t1, t);
-    if (t0 > t1) return false;
-  }
-  return true;
+  Point3 ca(static_cast<float>(a.x), static_cast<float>(a.y), 0.0f);
+  Point3 cb(static_cast<float>(b.x), static_cast<float>(b.y), 0.0f);
+  return ClipSegmentToRect(
+      ca, cb, Point2(static_cast<float>(r.rect.left), static_cast<float>(r.rect.top)),
+      Point2(static_cast<float>(r.rect.right), static_cast<float>(r.rect.bottom)));
 }
 
 // Even-odd rule.

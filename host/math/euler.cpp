@@ -121,6 +121,15 @@ int EulerOrderAxis(int order, int step) {
   return kSequences[ValidOrder(order)][step >= 0 && step < 3 ? step : 2];
 }
 
+int EulerStepChannel(int order, int step) {
+  const int a0 = EulerOrderAxis(order, 0);
+  const int a1 = EulerOrderAxis(order, 1);
+  if (step <= 0) return a0;
+  if (step == 1) return a1;
+  const int a2 = EulerOrderAxis(order, 2);
+  return a2 != a0 ? a2 : 3 - a0 - a1;  // repeated axis: the channel left over
+}
+
 void QuatToEuler(const Quat& q, float* ang, int order) {
   Store(Decompose(RotationOf(q), order), ang);
 }

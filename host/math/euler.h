@@ -33,6 +33,12 @@ inline constexpr int kEulerOrderCount = 9;
 /// Axis (0 X, 1 Y, 2 Z) of step 0, 1 or 2 of an order; an order outside 0..8 reads as XYZ.
 int EulerOrderAxis(int order, int step);
 
+/// The channel (0 X, 1 Y, 2 Z) of an XYZ-channel controller that holds step `step` (0..2) of
+/// `order`: the step's axis, except that the third step of a repeated-axis order (6..8) takes
+/// the channel its axis left over, so the three steps fill three distinct channels. An order
+/// outside 0..8 reads as XYZ; a step below 0 reads as 0 and above 2 as 2.
+int EulerStepChannel(int order, int step);
+
 /// Angles of q in the given order (see the file comment for ranges and gimbal lock).
 void QuatToEuler(const Quat& q, float* ang, int order);
 /// The quaternion of the three angles in the given order (w of either sign).

@@ -1,6 +1,7 @@
 // Copyright Marvolith contributors.
 #include "host/math/geometry.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -77,4 +78,29 @@ Matrix3 AimFrame(const Point3& a, const Point3& b) {
   if (z == Point3()) z = Normalize(x ^ LeastAlignedAxis(x));  // b on the aim line
   Point3 y = Normalize(z ^ x);
   return Matrix3(x, y, z, Point3());
+}
+
+bool ClipSegmentToRect(Point3& a, Point3& b, const Point2& lo, const Point2& hi) {
+  // a + t (b - a) is inside side i while p[i] t <= q[i]; each side narrows [t0, t1].
+  const double dx = static_cast<double>(b.x) - a.x, dy = static_cast<double>(b.y) - a.y;
+  const double p[4] = {-dx, dx, -dy, dy};
+  const double q[4] = {static_cast<double>(a.x) - lo.x, static_cast<double>(hi.x) - a.x,
+                       static_cast<double>(a.y) - lo.y, static_cast<double>(hi.y) - a.y};
+  double t0 = 0.0, t1 = 1.0;
+  for (int i = 0; i < 4; ++i) {
+    if (p[i] == 0.0) {
+      if (q[i] < 0.0) return false;  // parallel to this side and outside it
+      continue;
+    }
+    const double t = q[i] / p[i];
+    if (p[i] < 0.0)
+      t0 = std::max(t0, t);
+    else
+      t1 = std::min(t1, t);
+    if (t0 > t1) return false;
+  }
+  const Point3 a0 = a;
+  if (t0 > 0.0) a = a0 + (b - a0) * static_cast<float>(t0);
+  if (t1 < 1.0) b = a0 + (b - a0) * static_cast<float>(t1);
+  return true;
 }

@@ -11,6 +11,10 @@
 /// positive). eps > 0 is the caller's (kSolverSafeDivEpsilon, kFloatMathSafeDivEpsilon).
 inline float SafeDiv(float a, float b, float eps) { return a / ((b < 0 ? -b : b) < eps ? eps : b); }
 
+/// An axis index (0 X, 1 Y, 2 Z) taken from a user value: 0 and 1 stand, anything else (2,
+/// negative, past 2) reads as Z, the default axis of the host's axis choices.
+constexpr int AxisOrZ(int axis) { return axis == 0 || axis == 1 ? axis : 2; }
+
 /// The quaternion (sin(-a/2), 0, 0, cos(-a/2)): the turn by a radians about X in the sense of
 /// RotateXMatrix(a) (Y towards Z).
 Quat XRotation(float a);
@@ -35,6 +39,13 @@ float AngleBetween(const Point3& a, const Point3& b);
 /// +X; b on the X line (or at o) gives Z = normalize(X x W), W the world axis least aligned
 /// with X (so the world frame when X is +X).
 Matrix3 LookFrame(const Point3& o, const Point3& a, const Point3& b);
+
+/// Clips the segment a..b in place to the rectangle [lo.x, hi.x] x [lo.y, hi.y] of the x-y plane,
+/// edges included (Liang-Barsky, in double). Only x and y decide; z is interpolated along with
+/// them, so screen points keep their depth. An end inside the rectangle is left bit for bit as it
+/// was. False when no part of the segment lies inside, with a and b unchanged; a segment of zero
+/// length is inside when its point is; a rectangle with lo above hi holds nothing.
+bool ClipSegmentToRect(Point3& a, Point3& b, const Point2& lo, const Point2& hi);
 
 /// LookFrame without origin: X = normalize(a), Z = normalize(X x normalize(b)),
 /// Y = normalize(Z x X), translation zero; the same degenerate rules with o = 0.

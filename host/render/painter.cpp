@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/math/geometry.h"
 #include "host/objects/bezier_shape.h"
 #include "host/objects/stroke_font.h"
 
@@ -50,31 +51,13 @@ Placement Place(const QRectF& target, const ViewCamera& camera) {
   return p;
 }
 
-// Clips the screen segment a..b to the camera's window grown by kWindowMargin on every side
-// (Liang-Barsky); false when nothing of it is left.
+// Clips the screen segment a..b to the camera's window grown by kWindowMargin on every side;
+// false when nothing of it is left.
 bool ClipToWindow(const ViewCamera& camera, Point3& a, Point3& b) {
-  const double lo_x = -kWindowMargin, hi_x = camera.WidthPx() + kWindowMargin;
-  const double lo_y = -kWindowMargin, hi_y = camera.HeightPx() + kWindowMargin;
-  const double dx = b.x - a.x, dy = b.y - a.y;
-  const double p[4] = {-dx, dx, -dy, dy};
-  const double q[4] = {a.x - lo_x, hi_x - a.x, a.y - lo_y, hi_y - a.y};
-  double t0 = 0.0, t1 = 1.0;
-  for (int i = 0; i < 4; ++i) {
-    if (p[i] == 0.0) {
-      if (q[i] < 0.0) return false;  // parallel to this side and outside it
-      continue;
-    }
-    const double t = q[i] / p[i];
-    if (p[i] < 0.0)
-      t0 = std::max(t0, t);
-    else
-      t1 = std::min(t1, t);
-    if (t0 > t1) return false;
-  }
-  const Point3 a0 = a;
-  if (t0 > 0.0) a = a0 + (b - a0) * static_cast<float>(t0);
-  if (t1 < 1.0) b = a0 + (b - a0) * static_cast<float>(t1);
-  return true;
+  const float margin = static_cast<float>(kWindowMargin);
+  return ClipSegmentToRect(a, b, Point2(-margin, -margin),
+                           Point2(static_cast<float>(camera.WidthPx()) + margin,
+                                  static_cast<float>(camera.HeightPx()) + margin));
 }
 
 // Adds the world-space line a..b to path, clipped to the near plane of a perspective camera.

@@ -211,6 +211,23 @@ TEST(TwistPoseCoreTest, WeightsAndFallbacks) {
   }
 }
 
+TEST(AngleReadersTest, AxesOutsideTheRangeReadAsZ) {
+  // Unequal turns about all three axes, so reading the wrong axis shows.
+  const Quat q = QFromAngAxis(0.3f, Point3(1, 0, 0)) * QFromAngAxis(-0.5f, Point3(0, 1, 0)) *
+                 QFromAngAxis(0.9f, Point3(0, 0, 1));
+  const Matrix3 poses[] = {Frame(QFromAngAxis(0.2f, Point3(0, 1, 0)))};
+  const float twists[] = {0.4f};
+  for (int axis : {-1, 3, 7}) {
+    SCOPED_TRACE(axis);
+    EXPECT_EQ(TwistAbout(q, axis), TwistAbout(q, 2));
+    EXPECT_EQ(EulerComponent(q, EULERTYPE_YXZ, axis), EulerComponent(q, EULERTYPE_YXZ, 2));
+    const TwistPoseResult r = SolveTwistPoses(Frame(q), axis, poses, twists);
+    const TwistPoseResult z = SolveTwistPoses(Frame(q), 2, poses, twists);
+    EXPECT_EQ(r.twist, z.twist);
+    EXPECT_EQ(r.base_twist, z.base_twist);
+  }
+}
+
 // The twist of a frame turned about its own axis grows with the turn, whatever the poses and
 // the swing (no flip within the reach of the poses).
 RC_GTEST_PROP(TwistPoseLaws, OwnTurnAddsToTheTwist, ()) {

@@ -170,6 +170,9 @@ TEST_F(ModuleTest, PendingClassesCreateNothingAndTheOthersCreateThemselves) {
         ASSERT_NE(anim, nullptr) << "a pending class must be on kPendingClasses";
         EXPECT_EQ(anim->ClassID(), cd->ClassID());
         EXPECT_EQ(anim->SuperClassID(), cd->SuperClassID());
+        MSTR name;
+        anim->GetClassName(name);
+        EXPECT_EQ(name, cd->ClassName()) << "objects answer their descriptor's name";
       }
       Free(anim);
     }

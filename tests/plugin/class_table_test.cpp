@@ -136,6 +136,14 @@ TEST_F(ClassTableTest, EveryRowMatchesTheDocumentedRegistry) {
     EXPECT_EQ(cd.IsPublic(), kRows[i].is_public);
     EXPECT_EQ(cd.HInstance(), &instance_);
     EXPECT_EQ(cd.Index(), static_cast<ClassIndex>(i));
+    EXPECT_EQ(std::string(ClassNameOf(cd.Index())), kRows[i].class_name) << "objects' name";
+  }
+}
+
+TEST_F(ClassTableTest, ObjectsAnswerTheirInternalNameWithoutAStringTable) {
+  SetModuleInstance(nullptr);
+  for (int i = 0; i < kClassCount; ++i) {
+    EXPECT_STREQ(ClassNameOf(static_cast<ClassIndex>(i)), kRows[i].internal_name);
   }
 }
 

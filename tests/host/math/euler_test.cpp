@@ -56,6 +56,21 @@ TEST(EulerTest, OrdersApplyTheirAxesFirstToLast) {
   EXPECT_MATRIX3_NEAR(bad, xyz, 0.0f) << "an unknown order reads as XYZ";
 }
 
+TEST(EulerTest, StepsFillThreeDistinctChannels) {
+  // A controller with X, Y, Z channels holds each step in one of them; a repeated-axis order's
+  // third step must not overwrite the first step's channel.
+  const int expected[9][3] = {{0, 1, 2}, {0, 2, 1}, {1, 2, 0}, {1, 0, 2}, {2, 0, 1},
+                              {2, 1, 0}, {0, 1, 2}, {1, 2, 0}, {2, 0, 1}};
+  for (int order = 0; order < 9; ++order) {
+    SCOPED_TRACE(order);
+    for (int step = 0; step < 3; ++step) {
+      EXPECT_EQ(EulerStepChannel(order, step), expected[order][step]) << "step " << step;
+    }
+  }
+  EXPECT_EQ(EulerStepChannel(-1, 2), 2) << "an unknown order reads as XYZ";
+  EXPECT_EQ(EulerStepChannel(EULERTYPE_ZXZ, 7), 1) << "a step past 2 reads as the third";
+}
+
 RC_GTEST_PROP(EulerProperty, RoundTripsInAllOrdersAwayFromGimbalLock, ()) {
   int order = *rc::gen::inRange(0, 9);
   Point3 e = *GenEulerAwayFromLock(order);

@@ -89,3 +89,70 @@ TEST(GeometryTest, LookFrameDegenerateInput) {
   EXPECT_POINT3_NEAR(g.GetRow(0), Point3::ZAxis, 0.0f);
   EXPECT_NEAR(g.Determinant(), 1.0f, 1e-6f);
 }
+
+TEST(GeometryTest, ClipSegmentToRectCases) {
+  const Point2 lo(0, 0), hi(10, 5);
+  {
+    SCOPED_TRACE("crossing the whole rectangle: both ends land on sides, depth follows");
+    Point3 a(-10, 2, 0), b(20, 2, 30);
+    ASSERT_TRUE(ClipSegmentToRect(a, b, lo, hi));
+    EXPECT_EQ(a, Point3(0, 2, 10));
+    EXPECT_EQ(b, Point3(10, 2, 20));
+  }
+  {
+    SCOPED_TRACE("diagonal: in at the corner, out through the top");
+    Point3 a(-2, -4, 0), b(6, 12, 0);  // meets x = 0 at y = 0 and y = 5 at x = 2.5
+    ASSERT_TRUE(ClipSegmentToRect(a, b, lo, hi));
+    EXPECT_NEAR(a.x, 0.0f, 1e-6f);
+    EXPECT_NEAR(a.y, 0.0f, 1e-6f);
+    EXPECT_NEAR(b.x, 2.5f, 1e-6f);
+    EXPECT_NEAR(b.y, 5.0f, 1e-6f);
+  }
+  {
+    SCOPED_TRACE("inside: untouched");
+    Point3 a(1.1f, 0.3f, 7), b(9.7f, 4.9f, -2);
+    const Point3 a0 = a, b0 = b;
+    ASSERT_TRUE(ClipSegmentToRect(a, b, lo, hi));
+    EXPECT_EQ(a, a0);
+    EXPECT_EQ(b, b0);
+  }
+  {
+    SCOPED_TRACE("misses: false and untouched, also when its line would cross");
+    Point3 a(-5, 8, 1), b(1, 12, 1);  // beyond the top, heading away
+    ASSERT_FALSE(ClipSegmentToRect(a, b, lo, hi));
+    EXPECT_EQ(a, Point3(-5, 8, 1));
+    Point3 c(-5, 0, 0), d(-1, 20, 0);  // its line enters, the segment stops short
+    EXPECT_FALSE(ClipSegmentToRect(c, d, lo, hi));
+    Point3 e(-1, 1, 0), f(-1, 4, 0);  // parallel to the left side, outside it
+    EXPECT_FALSE(ClipSegmentToRect(e, f, lo, hi));
+  }
+  {
+    SCOPED_TRACE("edges count as inside; points and empty rectangles");
+    Point3 a(10, -3, 0), b(10, 8, 0);  // along the right side
+    ASSERT_TRUE(ClipSegmentToRect(a, b, lo, hi));
+    EXPECT_EQ(a, Point3(10, 0, 0));
+    EXPECT_EQ(b, Point3(10, 5, 0));
+    Point3 p(3, 3, 0), q(3, 3, 0);
+    EXPECT_TRUE(ClipSegmentToRect(p, q, lo, hi));
+    Point3 r(11, 3, 0), s(11, 3, 0);
+    EXPECT_FALSE(ClipSegmentToRect(r, s, lo, hi));
+    Point3 u(-20, 3, 0), v(20, 3, 0);
+    EXPECT_FALSE(ClipSegmentToRect(u, v, hi, lo)) << "lo above hi";
+  }
+}
+
+// What survives the clip lies in the rectangle and on the original segment, in the same order.
+RC_GTEST_PROP(GeometryProperty, ClippedSegmentStaysOnItsLineInsideTheRect, ()) {
+  const Point3 a0 = *marvolith::test::GenPoint3(100.0f);
+  const Point3 b0 = *marvolith::test::GenPoint3(100.0f);
+  const Point2 lo(-20, -10), hi(30, 40);
+  Point3 a = a0, b = b0;
+  if (!ClipSegmentToRect(a, b, lo, hi)) return;
+  const Point3 d = b0 - a0;
+  for (const Point3& c : {a, b}) {
+    RC_ASSERT(c.x >= lo.x - 1e-3f && c.x <= hi.x + 1e-3f);
+    RC_ASSERT(c.y >= lo.y - 1e-3f && c.y <= hi.y + 1e-3f);
+    RC_ASSERT(Length(CrossProd(c - a0, d)) <= 1e-3f * (1.0f + Length(d) * Length(d)));
+  }
+  RC_ASSERT(DotProd(b - a, d) >= -1e-3f);
+}
