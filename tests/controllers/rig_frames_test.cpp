@@ -10,9 +10,9 @@
 
 #include "controllers/rig_control.h"
 #include "controllers/rotation_xyz.h"
+#include "host/app/host_classes.h"
 #include "host/math/affine.h"
 #include "host/params/iparamb2.h"
-#include "host/registry/host_classes.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/math_generators.h"
 #include "tests/support/math_matchers.h"
