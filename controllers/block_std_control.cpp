@@ -2,7 +2,6 @@
 #include "controllers/block_std_control.h"
 
 #include "host/io/chunk_io.h"
-#include "support/chunk_helpers.h"
 #include "support/lock_chunk.h"
 
 namespace marvolith {
@@ -37,10 +36,7 @@ void BlockStdControl::Copy(Control* from) {
 
 IOResult BlockStdControl::Save(ISave* isave) { return SaveLockChunk(isave, locked_); }
 
-IOResult BlockStdControl::Load(ILoad* iload) {
-  return ForEachChunk(
-      iload, [&](USHORT id) { return id == kLockChunkID ? LoadLockChunk(iload, locked_) : IO_OK; });
-}
+IOResult BlockStdControl::Load(ILoad* iload) { return LoadLockOnly(iload, locked_); }
 
 void BlockStdControl::CloneInto(BlockStdControl* c, RemapDir& remap) {
   c->ReplaceReference(0, remap.CloneRef(pblock_));

@@ -20,7 +20,6 @@
 #include "host/undo/hold.h"
 #include "plugin/animation_manager_params.h"
 #include "plugin/strings.h"
-#include "support/chunk_helpers.h"
 #include "support/hold_record.h"
 #include "support/lock_chunk.h"
 
@@ -543,9 +542,7 @@ IOResult RigControl::Save(ISave* isave) { return SaveLockChunk(isave, locked_); 
 
 IOResult RigControl::Load(ILoad* iload) {
   State s = GetState();
-  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
-    return id == kLockChunkID ? LoadLockChunk(iload, s.locked) : IO_OK;
-  });
+  const IOResult res = LoadLockOnly(iload, s.locked);
   if (res == IO_OK) SetState(s);
   return res;
 }

@@ -23,3 +23,10 @@ inline IOResult LoadLockChunk(ILoad* iload, bool& locked) {
   if (res == IO_OK) locked = b != 0;
   return res;
 }
+
+/// Reads the chunks of a track whose only saved state is its locked flag: the lock chunk into
+/// locked, every other chunk skipped.
+inline IOResult LoadLockOnly(ILoad* iload, bool& locked) {
+  return ForEachChunk(
+      iload, [&](USHORT id) { return id == kLockChunkID ? LoadLockChunk(iload, locked) : IO_OK; });
+}

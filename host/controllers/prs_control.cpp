@@ -202,9 +202,7 @@ IOResult PRSControl::Save(ISave* isave) { return SaveLockChunk(isave, locked_); 
 
 IOResult PRSControl::Load(ILoad* iload) {
   State s = GetState();
-  const IOResult res = ForEachChunk(iload, [&](USHORT id) {
-    return id == kLockChunkID ? LoadLockChunk(iload, s.locked) : IO_OK;
-  });
+  const IOResult res = LoadLockOnly(iload, s.locked);
   if (res == IO_OK) SetState(s);
   return res;
 }
