@@ -3,6 +3,7 @@
 
 #include "host/io/chunk_io.h"
 #include "support/lock_chunk.h"
+#include "support/track_assign.h"
 
 namespace marvolith {
 

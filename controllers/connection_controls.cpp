@@ -21,6 +21,7 @@
 #include "support/chunk_helpers.h"
 #include "support/hold_record.h"
 #include "support/lock_chunk.h"
+#include "support/track_assign.h"
 
 namespace marvolith {
 namespace {

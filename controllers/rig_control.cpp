@@ -22,6 +22,7 @@
 #include "plugin/strings.h"
 #include "support/hold_record.h"
 #include "support/lock_chunk.h"
+#include "support/track_assign.h"
 
 namespace marvolith {
 namespace am = animation_manager;
@@ -303,11 +304,8 @@ void RigControl::SetReference(int i, RefTargetHandle target) {
 
 bool RigControl::AssignController(Animatable* control, int i) {
   if (!CanAssignController(i)) return false;
-  auto* c = dynamic_cast<Control*>(control);
-  if (!c || c->SuperClassID() != kTrackSuper[i - 1]) return false;
-  if (c->TestForLoop(FOREVER, this) == REF_FAIL) return false;
-  CopyReplaced(c, sub_[i - 1]);
-  if (ReplaceReference(i, c) != REF_SUCCEED) return false;
+  if (!ReplaceTrack(this, i, dynamic_cast<Control*>(control), sub_[i - 1], kTrackSuper[i - 1]))
+    return false;
   NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
   NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);
   return true;

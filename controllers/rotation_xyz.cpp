@@ -12,6 +12,7 @@
 #include "host/undo/hold.h"
 #include "support/chunk_helpers.h"
 #include "support/hold_record.h"
+#include "support/track_assign.h"
 
 namespace marvolith {
 namespace {
@@ -239,11 +240,8 @@ MSTR RotationXYZ::SubAnimName(int i, bool) {
 
 bool RotationXYZ::AssignController(Animatable* control, int i) {
   if (i < 0 || i >= 3) return false;
-  auto* c = dynamic_cast<Control*>(control);
-  if (!c || c->SuperClassID() != CTRL_FLOAT_CLASS_ID) return false;
-  if (c->TestForLoop(FOREVER, this) == REF_FAIL) return false;
-  CopyReplaced(c, sub_[i]);
-  if (ReplaceReference(i, c) != REF_SUCCEED) return false;
+  if (!ReplaceTrack(this, i, dynamic_cast<Control*>(control), sub_[i], CTRL_FLOAT_CLASS_ID))
+    return false;
   cache_valid_.SetEmpty();
   NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
   NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);

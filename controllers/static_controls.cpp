@@ -13,6 +13,7 @@
 #include "host/undo/hold.h"
 #include "support/chunk_helpers.h"
 #include "support/hold_record.h"
+#include "support/track_assign.h"
 
 namespace marvolith {
 namespace {

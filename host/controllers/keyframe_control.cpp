@@ -15,6 +15,7 @@
 #include "host/undo/hold.h"
 #include "support/hold_record.h"
 #include "support/lock_chunk.h"
+#include "support/track_assign.h"
 
 namespace hci = host_controllers_internal;
 namespace kd = keyframe_detail;

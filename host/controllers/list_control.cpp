@@ -10,6 +10,7 @@
 #include "host/controllers/internal/value_ops.h"
 #include "host/core/clock.h"
 #include "support/lock_chunk.h"
+#include "support/track_assign.h"
 
 namespace hci = host_controllers_internal;
 
@@ -180,10 +181,8 @@ Control* ListControl::GetSubCtrl(int index) {
 
 bool ListControl::SetSubCtrl(int index, Control* ctrl) {
   if (index == GetListCount()) return Append(ctrl) >= 0;
-  if (index < 0 || index > GetListCount() || !ctrl || ctrl->SuperClassID() != super_) return false;
-  if (ctrl->TestForLoop(FOREVER, this) == REF_FAIL) return false;
-  CopyReplaced(ctrl, items_[index]);
-  if (ReplaceReference(index, ctrl) != REF_SUCCEED) return false;
+  if (index < 0 || index > GetListCount()) return false;
+  if (!ReplaceTrack(this, index, ctrl, items_[index], super_)) return false;
   NotifyStructure();
   return true;
 }
@@ -201,11 +200,8 @@ Control* ListControl::GetWeightController(int index) {
 }
 
 bool ListControl::SetWeightController(int index, Control* ctrl) {
-  if (index < 0 || index >= GetListCount() || !ctrl || ctrl->SuperClassID() != CTRL_FLOAT_CLASS_ID)
-    return false;
-  if (ctrl->TestForLoop(FOREVER, this) == REF_FAIL) return false;
-  CopyReplaced(ctrl, weights_[index]);
-  if (ReplaceReference(WeightRef(index), ctrl) != REF_SUCCEED) return false;
+  if (index < 0 || index >= GetListCount()) return false;
+  if (!ReplaceTrack(this, WeightRef(index), ctrl, weights_[index], CTRL_FLOAT_CLASS_ID)) return false;
   NotifyStructure();
   return true;
 }

@@ -7,6 +7,7 @@
 #include "host/core/clock.h"
 #include "host/math/affine.h"
 #include "support/lock_chunk.h"
+#include "support/track_assign.h"
 
 namespace hci = host_controllers_internal;
 
@@ -39,11 +40,7 @@ MSTR PRSControl::SubAnimName(int i, bool) { return i >= 0 && i < 3 ? MSTR(kSubNa
 
 bool PRSControl::AssignController(Animatable* control, int i) {
   if (i < 0 || i >= 3) return false;
-  auto* c = dynamic_cast<Control*>(control);
-  if (!c || c->SuperClassID() != kSubSuper[i]) return false;
-  if (c->TestForLoop(FOREVER, this) == REF_FAIL) return false;
-  CopyReplaced(c, sub_[i]);
-  if (ReplaceReference(i, c) != REF_SUCCEED) return false;
+  if (!ReplaceTrack(this, i, dynamic_cast<Control*>(control), sub_[i], kSubSuper[i])) return false;
   NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
   NotifyDependents(FOREVER, PART_ALL, REFMSG_SUBANIM_STRUCTURE_CHANGED);
   return true;

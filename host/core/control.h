@@ -164,18 +164,3 @@ class LockableControl : public Control, public ILockedTrackImp {
   using Control::GetInterface;
 };
 
-/// What the host does when incoming takes the place of outgoing in the scene (a node's transform
-/// controller, a sub-controller, a list slot, a parameter's track): incoming adopts outgoing's
-/// value and locked state through Copy. Nothing for a null controller, a slot that was empty, or
-/// a controller assigned where it already is. Call it before the reference is replaced, while
-/// outgoing still evaluates in its place.
-inline void CopyReplaced(Control* incoming, Animatable* outgoing) {
-  auto* old = outgoing ? static_cast<Control*>(outgoing->GetInterface(I_CONTROL)) : nullptr;
-  if (incoming && old && incoming != old) incoming->Copy(old);
-}
-
-/// The locked state of any controller: false when it has no locked-track interface.
-inline bool IsTrackLocked(Animatable* anim) {
-  auto* lt = anim ? static_cast<ILockedTrack*>(anim->GetInterface(I_LOCKED)) : nullptr;
-  return lt && lt->GetLocked();
-}

@@ -13,6 +13,7 @@
 #include "support/chunk_helpers.h"
 #include "support/hold_record.h"
 #include "support/ref_slot_check.h"
+#include "support/track_assign.h"
 
 namespace marvolith_scene {
 namespace {

@@ -11,6 +11,7 @@
 #include "host/controllers/controller_classes.h"
 #include "host/controllers/xyz_control.h"
 #include "host/math/euler.h"
+#include "support/track_assign.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/controller_test_util.h"
 #include "tests/support/math_generators.h"

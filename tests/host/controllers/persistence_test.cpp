@@ -11,6 +11,7 @@
 #include "host/controllers/prs_control.h"
 #include "host/controllers/xyz_control.h"
 #include "host/registry/class_desc.h"
+#include "support/track_assign.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/controller_test_util.h"
 
