@@ -27,6 +27,27 @@ function(marvolith_add_module name)
   target_link_libraries(marvolith_${name} PUBLIC ${ARG_PUBLIC_DEPS} PRIVATE ${ARG_DEPS})
 endfunction()
 
+# marvolith_add_layer(NAME SOURCES ... [BELOW target]): one shared library of the host's stack,
+# marvolith_<NAME>, linking only BELOW (which carries the layers under it). Its objects compile
+# in an object library of their own, which needs headers only, so that every layer compiles in
+# parallel and only the links follow the order. Unresolved symbols are refused, so a call
+# upwards fails the link (not under clang's sanitizers, whose runtime only the executable carries).
+function(marvolith_add_layer name)
+  cmake_parse_arguments(ARG "" "BELOW" "SOURCES" ${ARGN})
+  add_library(marvolith_${name}_objects OBJECT ${ARG_SOURCES})
+  target_include_directories(marvolith_${name}_objects PUBLIC ${PROJECT_SOURCE_DIR})
+  target_compile_options(marvolith_${name}_objects PRIVATE ${MARVOLITH_WARNING_FLAGS})
+  add_library(marvolith_${name} SHARED $<TARGET_OBJECTS:marvolith_${name}_objects>)
+  add_library(marvolith::${name} ALIAS marvolith_${name})
+  target_include_directories(marvolith_${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  if(ARG_BELOW)
+    target_link_libraries(marvolith_${name} PUBLIC ${ARG_BELOW})
+  endif()
+  if(NOT (MARVOLITH_BUILD_FUZZ OR (MARVOLITH_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")))
+    target_link_options(marvolith_${name} PRIVATE -Wl,--no-undefined)
+  endif()
+endfunction()
+
 # marvolith_add_tests(NAME SOURCES ... DEPS ...): one GoogleTest binary per folder, discovered by CTest.
 function(marvolith_add_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
