@@ -6,21 +6,25 @@ if(MARVOLITH_WERROR)
   list(APPEND MARVOLITH_WARNING_FLAGS -Werror)
 endif()
 
+# Shared libraries and the module refuse unresolved symbols at link time, except under clang's
+# sanitizers, whose runtime only the executable carries.
+set(MARVOLITH_NO_UNDEFINED -Wl,--no-undefined)
+if(MARVOLITH_BUILD_FUZZ OR (MARVOLITH_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang"))
+  set(MARVOLITH_NO_UNDEFINED)
+endif()
+
 if(MARVOLITH_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
-# marvolith_add_module(NAME [SHARED] SOURCES ... DEPS ... [PUBLIC_DEPS ...])
+# marvolith_add_module(NAME SOURCES ... DEPS ... [PUBLIC_DEPS ...])
 # Declares marvolith_<NAME> with alias marvolith::<NAME>; headers are included from the repository root.
-# Static by default; the host is SHARED so that the tool and the loaded plug-in module share one host.
+# A static library; the host's layers are shared (marvolith_add_layer) so that the tool and the
+# loaded plug-in module share one host.
 function(marvolith_add_module name)
-  cmake_parse_arguments(ARG "SHARED" "" "SOURCES;DEPS;PUBLIC_DEPS" ${ARGN})
-  if(ARG_SHARED)
-    add_library(marvolith_${name} SHARED ${ARG_SOURCES})
-  else()
-    add_library(marvolith_${name} STATIC ${ARG_SOURCES})
-  endif()
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;PUBLIC_DEPS" ${ARGN})
+  add_library(marvolith_${name} STATIC ${ARG_SOURCES})
   add_library(marvolith::${name} ALIAS marvolith_${name})
   target_include_directories(marvolith_${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_compile_options(marvolith_${name} PRIVATE ${MARVOLITH_WARNING_FLAGS})
@@ -31,7 +35,7 @@ endfunction()
 # marvolith_<NAME>, linking only BELOW (which carries the layers under it). Its objects compile
 # in an object library of their own, which needs headers only, so that every layer compiles in
 # parallel and only the links follow the order. Unresolved symbols are refused, so a call
-# upwards fails the link (not under clang's sanitizers, whose runtime only the executable carries).
+# upwards fails the link.
 function(marvolith_add_layer name)
   cmake_parse_arguments(ARG "" "BELOW" "SOURCES" ${ARGN})
   add_library(marvolith_${name}_objects OBJECT ${ARG_SOURCES})
@@ -43,9 +47,7 @@ function(marvolith_add_layer name)
   if(ARG_BELOW)
     target_link_libraries(marvolith_${name} PUBLIC ${ARG_BELOW})
   endif()
-  if(NOT (MARVOLITH_BUILD_FUZZ OR (MARVOLITH_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")))
-    target_link_options(marvolith_${name} PRIVATE -Wl,--no-undefined)
-  endif()
+  target_link_options(marvolith_${name} PRIVATE ${MARVOLITH_NO_UNDEFINED})
 endfunction()
 
 # marvolith_add_tests(NAME SOURCES ... DEPS ...): one GoogleTest binary per folder, discovered by CTest.

@@ -207,13 +207,9 @@ bool RunOnTheScriptRunner(const char* s, bool quietErrors, FPValue* fpv) {
   return r.ok;
 }
 
-}  // namespace
-
-void InstallScriptInterpreter() { SetScriptEngine(&RunOnTheScriptRunner); }
-
-namespace {
 // A process that loads the interpreter has it behind the script entry from the start.
-const bool kInstalled = (InstallScriptInterpreter(), true);
+const bool kInstalled = (SetScriptEngine(&RunOnTheScriptRunner), true);
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------

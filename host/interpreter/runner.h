@@ -182,11 +182,9 @@ class ScriptRunner {
 /// destroyed, so that objects it keeps outlive every user of the host.
 ScriptRunner& TheScriptRunner();
 
-/// Makes TheScriptRunner() the engine behind the host's script entry (ExecuteMAXScriptScript,
-/// host/script/script_entry.h): a script runs on it, and its value comes back in published form
-/// (ScriptValue::ToFPValue). The interpreter's library calls it when it is loaded; calling it
-/// again puts the interpreter back after another engine was set.
-void InstallScriptInterpreter();
+// When its library is loaded, TheScriptRunner() becomes the engine behind the host's script entry
+// (ExecuteMAXScriptScript, host/script/script_entry.h); a script's value comes back in published
+// form (ScriptValue::ToFPValue).
 
 // Global functions and variables. Names compare without case; a dotted name ("maxOps.foo")
 // makes its first part a global structure whose member is the function. Built-in globals are
