@@ -23,6 +23,30 @@ Point3 LeastAlignedAxis(const Point3& v) {
 
 }  // namespace
 
+Quat AxisQuat(int axis, bool flip) {
+  constexpr float h = 0.70710677f;
+  switch (AxisOrZ(axis)) {
+    case 0:
+      return flip ? Quat(0.0f, 0.0f, 1.0f, 0.0f) : Quat();
+    case 1:
+      return Quat(0.0f, 0.0f, flip ? -h : h, h);
+    default:
+      return Quat(0.0f, flip ? h : -h, 0.0f, h);
+  }
+}
+
+Matrix3 AxisMatrix(int axis, bool flip) {
+  const float s = flip ? -1.0f : 1.0f;
+  switch (AxisOrZ(axis)) {
+    case 0:
+      return Matrix3(Point3(s, 0, 0), Point3(0, s, 0), Point3(0, 0, 1), Point3());
+    case 1:
+      return Matrix3(Point3(0, -s, 0), Point3(s, 0, 0), Point3(0, 0, 1), Point3());
+    default:
+      return Matrix3(Point3(0, 0, -s), Point3(0, 1, 0), Point3(s, 0, 0), Point3());
+  }
+}
+
 Quat XRotation(float a) { return Quat(std::sin(-0.5f * a), 0.0f, 0.0f, std::cos(-0.5f * a)); }
 
 Quat AimX(const Point3& v) {

@@ -15,6 +15,18 @@ inline float SafeDiv(float a, float b, float eps) { return a / ((b < 0 ? -b : b)
 /// negative, past 2) reads as Z, the default axis of the host's axis choices.
 constexpr int AxisOrZ(int axis) { return axis == 0 || axis == 1 ? axis : 2; }
 
+/// The rotation that brings axis `axis` (0 X, 1 Y, 2 Z; others read as Z, see AxisOrZ) onto +X,
+/// or onto -X with flip: the identity, (0, 0, 1, 0) for X flipped, (0, 0, +-0.70710677,
+/// 0.70710677) for Y and (0, -+0.70710677, 0, 0.70710677) for Z. Aims and chains use it to
+/// point a chosen axis of a node where X would point.
+Quat AxisQuat(int axis, bool flip);
+
+/// The matrix of AxisQuat(axis, flip) with exact entries: rows are signed unit axes, row `axis`
+/// is +X (-X with flip) and the determinant is 1 (a flip is the half turn of the unflipped
+/// matrix about its third axis, so no frame built on it ever mirrors). B = AxisMatrix(a, f) * F
+/// is the frame F re-labelled so that its axis a serves as X.
+Matrix3 AxisMatrix(int axis, bool flip);
+
 /// The quaternion (sin(-a/2), 0, 0, cos(-a/2)): the turn by a radians about X in the sense of
 /// RotateXMatrix(a) (Y towards Z).
 Quat XRotation(float a);

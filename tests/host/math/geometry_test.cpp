@@ -62,6 +62,26 @@ TEST(GeometryTest, AimDegenerateDirections) {
   }
 }
 
+// The axis tables: each of the six is the rotation that takes its axis onto +X (or -X), the
+// matrix form has exact entries and agrees with the quaternion, and none mirrors.
+TEST(GeometryTest, AxisTablesBringTheChosenAxisOntoX) {
+  const Point3 axes[3] = {Point3::XAxis, Point3::YAxis, Point3::ZAxis};
+  for (int axis = 0; axis < 3; ++axis) {
+    for (bool flip : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "axis " << axis << (flip ? " flipped" : ""));
+      const Point3 onto = flip ? -Point3::XAxis : Point3::XAxis;
+      const Matrix3 m = AxisMatrix(axis, flip);
+      EXPECT_EQ(m.GetRow(axis), onto) << "exact entries";
+      EXPECT_POINT3_NEAR(axes[axis] * MatrixOf(AxisQuat(axis, flip)), onto, 1e-6f);
+      EXPECT_MATRIX3_NEAR(m, MatrixOf(AxisQuat(axis, flip)), 1e-6f);
+      EXPECT_FALSE(m.Parity()) << "a flip turns, it does not mirror";
+      EXPECT_NEAR(AxisQuat(axis, flip).Length(), 1.0f, 1e-6f);
+    }
+  }
+  EXPECT_EQ(AxisMatrix(7, false), AxisMatrix(2, false)) << "out-of-range axes read as Z";
+  EXPECT_EQ(AxisQuat(-1, true), AxisQuat(2, true));
+}
+
 RC_GTEST_PROP(GeometryProperty, LookFrameIsARightHandedFrameTowardsItsPoints, ()) {
   Point3 o = *GenPoint3(50.0f);
   Point3 a = o + *GenDirection();
