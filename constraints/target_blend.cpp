@@ -21,9 +21,29 @@ Matrix3 RotationOf(const Quat& q) {
   return m;
 }
 
+/// Rows this close to unit length and to perpendicular make a rotation: no stretch to find.
+constexpr float kRigidEpsilon = 1e-6f;
+
+/// True when m's rows are a right-handed orthonormal frame (the common case of rig targets).
+bool IsRigid(const Matrix3& m) {
+  const Point3 x = m.GetRow(0), y = m.GetRow(1), z = m.GetRow(2);
+  auto unit = [](const Point3& v) { return std::fabs(v.LengthSquared() - 1.0f) < 2.0f * kRigidEpsilon; };
+  return unit(x) && unit(y) && unit(z) && std::fabs(DotProd(x, y)) < kRigidEpsilon &&
+         std::fabs(DotProd(y, z)) < kRigidEpsilon && std::fabs(DotProd(z, x)) < kRigidEpsilon &&
+         DotProd(CrossProd(x, y), z) > 0.0f;
+}
+
 }  // namespace
 
 BlendParts StableDecompose(const Matrix3& m) {
+  if (IsRigid(m)) {
+    // The polar decomposition of a rotation is the rotation itself.
+    BlendParts out;
+    out.p = m.GetTrans();
+    out.q = Quat(m);
+    if (out.q.w < 0.0f) out.q = -out.q;
+    return out;
+  }
   AffineParts a;
   decomp_affine(m, &a);
   BlendParts out{a.t, a.q, a.k, a.u};

@@ -670,16 +670,6 @@ Control* RigControl::GetRotationController() {
 Control* RigControl::GimbalProxy() {
   Control* rot = sub_[1];
   auto* euler = static_cast<IEulerControl*>(rot->GetInterface(I_EULERCTRL));
-  Control* list = GetGimbalProxy();
-  if (!list) list = MakeGimbalProxy();
-  auto* items =
-      list ? dynamic_cast<IListControl*>(list->GetInterface(LIST_CONTROLLER_INTERFACE)) : nullptr;
-  if (!items || items->GetListCount() != 2) return nullptr;
-  auto* parent_rot = dynamic_cast<DummyRotation*>(items->GetSubCtrl(0));
-  Control* proxy_euler = items->GetSubCtrl(1);
-  auto* proxy_order =
-      proxy_euler ? static_cast<IEulerControl*>(proxy_euler->GetInterface(I_EULERCTRL)) : nullptr;
-  if (!parent_rot || !proxy_order) return nullptr;
 
   // The orthogonal frame the rotation track turns in: parent, offset translation (or the whole
   // offset) and the position track. The offset's rotation, when applied on its own, goes into
@@ -691,27 +681,41 @@ Control* RigControl::GimbalProxy() {
   in.offset = GetOffsetTM();
   in.independent_offset = pblock_->GetInt(kRigIndependentOffset) != 0;
   const RigFrames frames = RigTrackFrames(in);
-  const int order = euler->GetOrder();
   float offset_ang[3] = {0.0f, 0.0f, 0.0f};
   if (in.independent_offset) {
     float seq[3];
-    MatrixToEuler(RotationMatrix(frames.offset_rot), seq, order);
+    MatrixToEuler(RotationMatrix(frames.offset_rot), seq, euler->GetOrder());
     for (int step = 0; step < 3; ++step) {
-      offset_ang[EulerStepChannel(order, step)] = seq[step];
+      offset_ang[EulerStepChannel(euler->GetOrder(), step)] = seq[step];
     }
   }
   Matrix3 frame_ws = frames.position_ws;
   Interval ignored = FOREVER;
   if (sub_[0]) sub_[0]->GetValue(t, &frame_ws, ignored, CTRL_RELATIVE);
-  frame_ws = frames.AxesFrame(frame_ws, true);
+  return ShowGimbalProxy(rot, frames.AxesFrame(frame_ws, true), offset_ang);
+}
+
+Control* ShowGimbalProxy(Control* rot, const Matrix3& frame_ws, const float offset_angles[3]) {
+  auto* euler = rot ? static_cast<IEulerControl*>(rot->GetInterface(I_EULERCTRL)) : nullptr;
+  if (!euler) return nullptr;
+  Control* list = GetGimbalProxy();
+  if (!list) list = MakeGimbalProxy();
+  auto* items =
+      list ? dynamic_cast<IListControl*>(list->GetInterface(LIST_CONTROLLER_INTERFACE)) : nullptr;
+  if (!items || items->GetListCount() != 2) return nullptr;
+  auto* parent_rot = dynamic_cast<DummyRotation*>(items->GetSubCtrl(0));
+  Control* proxy_euler = items->GetSubCtrl(1);
+  auto* proxy_order =
+      proxy_euler ? static_cast<IEulerControl*>(proxy_euler->GetInterface(I_EULERCTRL)) : nullptr;
+  if (!parent_rot || !proxy_order) return nullptr;
 
   HoldSuspend no_undo;
   parent_rot->Set(Quat(frame_ws), false);
-  proxy_order->SetOrder(order);
+  proxy_order->SetOrder(euler->GetOrder());
   Control* axes[3] = {rot->GetXController(), rot->GetYController(), rot->GetZController()};
   for (int i = 0; i < 3; ++i) {
     auto* dummy = dynamic_cast<DummyFloat*>(proxy_euler->SubAnim(i));
-    if (dummy) dummy->Set(axes[i], offset_ang[i]);
+    if (dummy) dummy->Set(axes[i], offset_angles[i]);
   }
   return list;
 }

@@ -256,6 +256,10 @@ Control* GetRealRotationController(Control* control);
 /// The shared gimbal proxy (a rotation list "Parent Rot" / "Euler Rot"), or null before the
 /// first one was handed out.
 Control* GetGimbalProxy();
+/// Fills the shared gimbal proxy for the Euler track rot turning in the orthogonal frame frame_ws
+/// (its "Parent Rot"), with offset_angles (radians, by channel X, Y, Z) added to the axes, and
+/// answers it. Null when rot is not an Euler track or the proxy cannot be made.
+Control* ShowGimbalProxy(Control* rot, const Matrix3& frame_ws, const float offset_angles[3]);
 /// Deletes the shared gimbal proxy (module shutdown, tests); a later hand-out makes a new one.
 void ReleaseGimbalProxy();
 

@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "animation/animation_manager_mod.h"
+#include "constraints/blend_constraints.h"
+#include "constraints/parent_constraint.h"
 #include "controllers/connection_controls.h"
 #include "controllers/dummy_controls.h"
 #include "controllers/float_expose_tm.h"
@@ -60,6 +62,9 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::ControlHelper, GetControlHelperDesc());
   put(ClassIndex::ControlShape, GetControlShapeDesc());
   put(ClassIndex::AnimationManagerMod, GetAnimationManagerModDesc());
+  put(ClassIndex::ParentConstraint, GetParentConstraintDesc());
+  put(ClassIndex::ScaleConstraint, GetScaleConstraintDesc());
+  put(ClassIndex::TransformConstraint, GetTransformConstraintDesc());
 }
 
 ClassTable BuildTable() {

@@ -116,6 +116,7 @@ void AnimClock::Reset() {
   anim_range_ = Interval(0, 100 * 160);
   ref_coord_sys_ = COORDS_WORLD;
   pivot_mode_ = PIV_NONE;
+  affect_pivot_ = false;
   task_mode_ = TASK_MODE_CREATE;
   Animate() = AnimateState{};
 }

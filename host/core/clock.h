@@ -96,6 +96,10 @@ class AnimClock {
   void SetRefCoordSys(int cs) { ref_coord_sys_ = cs; }
   int PivotMode() const { return pivot_mode_; }
   void SetPivotMode(int mode) { pivot_mode_ = mode; }
+  /// The "affect pivot only" state of the hierarchy panel: transforms move the pivot, not the
+  /// object, whatever the pivot mode says.
+  bool AffectPivot() const { return affect_pivot_; }
+  void SetAffectPivot(bool on) { affect_pivot_ = on; }
   int CommandPanelTaskMode() const { return task_mode_; }
   void SetCommandPanelTaskMode(int mode) { task_mode_ = mode; }
 
@@ -112,6 +116,7 @@ class AnimClock {
   Interval anim_range_{0, 100 * 160};
   int ref_coord_sys_ = COORDS_WORLD;
   int pivot_mode_ = PIV_NONE;
+  bool affect_pivot_ = false;
   int task_mode_ = TASK_MODE_CREATE;
   std::vector<TimeChangeCallback*> time_callbacks_;
 };

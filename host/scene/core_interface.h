@@ -42,6 +42,9 @@ class Interface {
   void SetRefCoordSys(int cs) { TheAnimClock().SetRefCoordSys(cs); }
   int GetPivotMode() const { return TheAnimClock().PivotMode(); }
   void SetPivotMode(int mode) { TheAnimClock().SetPivotMode(mode); }
+  /// The affect-pivot-only state (see AnimClock::AffectPivot).
+  bool GetAffectPivot() const { return TheAnimClock().AffectPivot(); }
+  void SetAffectPivot(bool on) { TheAnimClock().SetAffectPivot(on); }
   int GetCommandPanelTaskMode() const { return TheAnimClock().CommandPanelTaskMode(); }
   void SetCommandPanelTaskMode(int mode) { TheAnimClock().SetCommandPanelTaskMode(mode); }
 

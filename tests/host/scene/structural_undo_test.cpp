@@ -14,34 +14,11 @@
 #include "host/scene/scene.h"
 #include "host/undo/hold.h"
 #include "tests/support/math_matchers.h"
+#include "tests/support/scene_checks.h"
 #include "tests/support/scene_objects.h"
 
 namespace marvolith::test {
 namespace {
-
-std::vector<INode*> AllNodes() {
-  std::vector<INode*> nodes;
-  Scene::Active().CollectNodes(nodes);
-  return nodes;
-}
-
-// Every node's transform as the caches answer, then again after dropping every cache: both
-// must agree, or a cache outlived the change that should have dropped it.
-::testing::AssertionResult CachesAgreeWithFreshEvaluation(TimeValue t) {
-  const std::vector<INode*> nodes = AllNodes();
-  std::vector<Matrix3> cached;
-  for (INode* n : nodes) cached.push_back(n->GetNodeTM(t));
-  for (INode* n : nodes) n->InvalidateTM();
-  for (size_t i = 0; i < nodes.size(); ++i) {
-    const Matrix3 fresh = nodes[i]->GetNodeTM(t);
-    if (!fresh.Equals(cached[i], 1e-5f)) {
-      return ::testing::AssertionFailure()
-             << nodes[i]->GetName() << " answers " << Show(cached[i].GetTrans()) << " from its cache but "
-             << Show(fresh.GetTrans()) << " when evaluated afresh";
-    }
-  }
-  return ::testing::AssertionSuccess();
-}
 
 Control* PositionTrackAt(const Point3& p) {
   Control* c = NewDefaultPositionController();
