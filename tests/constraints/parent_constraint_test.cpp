@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "controllers/rig_control.h"
 #include "host/controllers/prs_control.h"
 #include "host/math/affine.h"
 #include "host/params/iparamb2.h"
@@ -227,6 +228,64 @@ TEST_F(ParentConstraintTest, EditsThroughTheConstraintLandWhereThePacketAsks) {
   before = n->GetNodeTM(0);
   a->Move(0, Matrix3(), Point3(0, 0, 8));
   EXPECT_NEAR(n->GetNodeTM(0).GetTrans().z - before.GetTrans().z, 8.0f * 50.0f / 80.0f, 2e-3f);
+}
+
+TEST_F(ParentConstraintTest, PacketsThatOnlyCarryAParentOrAnAncestorsScaleAreNotApplied) {
+  INode* a = Node("a", TransMatrix(Point3(5, 0, 0)));
+  INode* parent = Node("parent", TransMatrix(Point3(0, 0, 3)));
+  INode* n = Node("n", TransMatrix(Point3(1, 1, 1)), parent);
+  ParentConstraint* pc = Constrain(n);
+  pc->AppendTarget(a, 50.0f);
+  const Matrix3 world = n->GetNodeTM(0);  // the constraint sees the parent transform here
+  const Matrix3 p0 = parent->GetNodeTM(0);
+  const Point3 d(0, 4, 0);
+
+  // The host moving the node back after its parent moved by d: the packet lands on the old
+  // parent transform, so it carries no edit of the user's.
+  const SetXFormPacket back(-d, p0 * TransMatrix(d), Matrix3());
+  Undoable("Parent Moved", [&] {
+    SetXFormPacket pk = back;
+    pc->SetValue(0, &pk);
+  });
+  EXPECT_MATRIX3_NEAR(n->GetNodeTM(0), world, kTol) << "not applied";
+  // A selected node takes the packet as an edit; so does any packet outside a hold.
+  GetCOREInterface()->SelectNode(n);
+  Undoable("Move", [&] {
+    SetXFormPacket pk = back;
+    pc->SetValue(0, &pk);
+  });
+  EXPECT_POINT3_NEAR(n->GetNodeTM(0).GetTrans(), world.GetTrans() - d, kTol);
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_MATRIX3_NEAR(n->GetNodeTM(0), world, kTol);
+
+  // Scaling a node whose ancestor is selected too: the ancestor's scale is not taken twice.
+  GetCOREInterface()->SelectNode(parent, false);
+  Undoable("Scale", [&] { n->Scale(0, world, Point3(2, 2, 2), true); });
+  EXPECT_MATRIX3_NEAR(n->GetNodeTM(0), world, kTol);
+  GetCOREInterface()->DeSelectNode(parent);
+  Undoable("Scale", [&] { n->Scale(0, world, Point3(2, 2, 2), true); });
+  EXPECT_MATRIX3_NEAR(n->GetNodeTM(0), ScaleMatrix(Point3(2, 2, 2)) * world, kTol);
+  EXPECT_TRUE(CachesAgreeWithFreshEvaluation(0));
+}
+
+TEST_F(ParentConstraintTest, GimbalModeShowsTheChildsEulerTrackInTheBlendedFrame) {
+  INode* a = Node("a", RotateZMatrix(0.7f) * TransMatrix(Point3(5, 0, 0)));
+  INode* n = Node("n");
+  ParentConstraint* pc = Constrain(n);
+  pc->AppendTarget(a, 50.0f);
+  Control* real = pc->GetRotationController();
+  ASSERT_NE(real, nullptr);
+  GetCOREInterface()->SetRefCoordSys(COORDS_GIMBAL);
+  Control* proxy = pc->GetRotationController();
+  ASSERT_NE(proxy, real) << "the shared proxy stands in for the Euler track";
+  Quat frame;
+  Interval valid = FOREVER;
+  static_cast<Control*>(proxy->SubAnim(0))->GetValue(0, &frame, valid, CTRL_ABSOLUTE);
+  EXPECT_QUAT_NEAR(frame, Quat(RotateZMatrix(0.7f)), kTol) << "its parent rotation is the blend";
+  GetCOREInterface()->SetPivotMode(PIV_PIVOT_ONLY);
+  EXPECT_EQ(pc->GetRotationController(), real);
+  GetCOREInterface()->SetRefCoordSys(COORDS_WORLD);
+  ReleaseGimbalProxy();
 }
 
 TEST_F(ParentConstraintTest, EditingATargetsPivotLeavesTheNodeInPlace) {
