@@ -105,8 +105,8 @@ StretchResult StretchFrame(const StretchInput& in) {
   if (in.stretch_active) {
     r.measured = true;
     r.distance = std::max(aim.p.Length(), kStretchMinLength);
-    r.tm_ws = ScaleMatrix(StretchFactors(r.distance, in.length, in.stretch, in.squash,
-                                         in.axes.aim_axis)) *
+    r.tm_ws = ScaleMatrix(
+                  StretchFactors(r.distance, in.length, in.stretch, in.squash, in.axes.aim_axis)) *
               r.tm_ws;
   }
   return r;

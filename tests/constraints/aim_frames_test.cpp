@@ -38,8 +38,8 @@ Matrix3 Rigid(const Matrix3& rot, const Point3& pos) { return rot * TransMatrix(
 // frame, and leaves an orthonormal right-handed frame at the frame's origin.
 RC_GTEST_PROP(AimFrameLaws, EveryAxisChoicePointsTheAimAxisAtTheTarget, ()) {
   const float scale = *GenFloat(0.2f, 4.0f);
-  const Matrix3 a_ws = ScaleMatrix(Point3(scale, scale, scale)) *
-                       Rigid(*GenRotationMatrix(), *GenPoint3(50.0f));
+  const Matrix3 a_ws =
+      ScaleMatrix(Point3(scale, scale, scale)) * Rigid(*GenRotationMatrix(), *GenPoint3(50.0f));
   const Point3 offset = *GenUnitVector() * *GenFloat(0.01f, 100.0f);
   const Point3 target_ws = a_ws.GetTrans() + offset;
   for (int combo = 0; combo < 36; ++combo) {
@@ -70,8 +70,8 @@ TEST(AimFrames, AlignChoosesWhoseAxesTheFrameKeeps) {
   node_axes.NoTrans();
   for (float angle : {0.0f, 0.9f, 2.5f, -1.7f}) {
     SCOPED_TRACE(angle);
-    const Matrix3 parent_ws = Rigid(RotateYMatrix(angle) * RotateXMatrix(angle * 0.5f),
-                                    Point3(1, -2, 3));
+    const Matrix3 parent_ws =
+        Rigid(RotateYMatrix(angle) * RotateXMatrix(angle * 0.5f), Point3(1, -2, 3));
     const Matrix3 world = AimAlignFrame(parent_ws, 0, nullptr);
     EXPECT_MATRIX3_NEAR(world, TransMatrix(Point3(1, -2, 3)), kTol) << "world axes at P";
     EXPECT_MATRIX3_NEAR(AimAlignFrame(parent_ws, 1, &node_ws), parent_ws, 0.0f);
@@ -119,8 +119,10 @@ StretchInput Input(const Matrix3& parent_ws, const Matrix3* start_ws, const Matr
 }
 
 TEST(StretchFrames, FrameAndScaleSources) {
-  const Matrix3 parent_ws = ScaleMatrix(Point3(2, 2, 2)) * Rigid(RotateZMatrix(0.5f), Point3(1, 0, 0));
-  const Matrix3 start_ws = ScaleMatrix(Point3(3, 1, 1)) * Rigid(RotateXMatrix(0.7f), Point3(0, 5, 0));
+  const Matrix3 parent_ws =
+      ScaleMatrix(Point3(2, 2, 2)) * Rigid(RotateZMatrix(0.5f), Point3(1, 0, 0));
+  const Matrix3 start_ws =
+      ScaleMatrix(Point3(3, 1, 1)) * Rigid(RotateXMatrix(0.7f), Point3(0, 5, 0));
   const Matrix3 end_ws = ScaleMatrix(Point3(1, 4, 1)) * Rigid(RotateYMatrix(0.2f), Point3(0, 5, 9));
   Matrix3 start_axes = Rigid(RotateXMatrix(0.7f), Point3());
   Matrix3 end_axes = Rigid(RotateYMatrix(0.2f), Point3());
@@ -137,7 +139,7 @@ TEST(StretchFrames, FrameAndScaleSources) {
       {2, 1, true, true, ScaleMatrix(Point3(2, 2, 2)) * start_axes * TransMatrix(at_start)},
       {2, 3, true, true, ScaleMatrix(Point3(1, 4, 1)) * start_axes * TransMatrix(at_start)},
       {2, 3, true, false, start_axes * TransMatrix(at_start)},  // inactive end: factors 1
-      {2, 2, false, true, parent_ws},                          // no start: the parent
+      {2, 2, false, true, parent_ws},                           // no start: the parent
       {1, 2, true, true, ScaleMatrix(Point3(3, 1, 1)) * parent_axes * TransMatrix(at_start)},
       {1, 1, false, true, parent_ws},
       {3, 3, true, true, ScaleMatrix(Point3(1, 4, 1)) * end_axes * TransMatrix(at_start)},

@@ -12,10 +12,10 @@
 #include "constraints/stretch_constraint.h"
 #include "host/app/host_classes.h"
 #include "host/app/scene_file.h"
-#include "host/math/affine.h"
 #include "host/gfx/draw_scene.h"
 #include "host/gfx/headless_viewport.h"
 #include "host/io/chunk_stream.h"
+#include "host/math/affine.h"
 #include "host/params/iparamb2.h"
 #include "host/registry/class_desc.h"
 #include "host/scene/core_interface.h"
@@ -171,7 +171,8 @@ TEST_F(AimStretchTest, AlignKeepsWorldUpOrFollowsTheAlignNode) {
   };
   EXPECT_MATRIX3_NEAR(eye->GetNodeTM(0), expect(), kTol);
   up->SetNodeTM(0, RotateYMatrix(-0.6f) * TransMatrix(Point3(0, 50, 0)));
-  EXPECT_MATRIX3_NEAR(eye->GetNodeTM(0), expect(), kTol) << "turning the align node reaches the eye";
+  EXPECT_MATRIX3_NEAR(eye->GetNodeTM(0), expect(), kTol)
+      << "turning the align node reaches the eye";
   EXPECT_TRUE(CachesAgreeWithFreshEvaluation(0));
 }
 
