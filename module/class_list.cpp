@@ -6,8 +6,10 @@
 #include <utility>
 
 #include "animation/animation_manager_mod.h"
+#include "constraints/aim_constraint.h"
 #include "constraints/blend_constraints.h"
 #include "constraints/parent_constraint.h"
+#include "constraints/stretch_constraint.h"
 #include "controllers/connection_controls.h"
 #include "controllers/dummy_controls.h"
 #include "controllers/float_expose_tm.h"
@@ -42,6 +44,8 @@ void PutImplementedClasses(ClassTable& table) {
     table[static_cast<std::size_t>(index)] = cd;
   };
   put(ClassIndex::StaticFloat, GetStaticFloatDesc());
+  put(ClassIndex::StretchConstraint, GetStretchConstraintDesc());
+  put(ClassIndex::AimConstraint, GetAimConstraintDesc());
   put(ClassIndex::StaticPosition, GetStaticPositionDesc());
   put(ClassIndex::StaticRotation, GetStaticRotationDesc());
   put(ClassIndex::StaticScale, GetStaticScaleDesc());

@@ -16,10 +16,12 @@ struct StringEntry {
 // Sorted by id.
 constexpr StringEntry kStrings[] = {
     {1, "Marvolith Animation"},
+    {53, "Up Axis Flip"},
     {100, "Animation"},
     {101, "Splines"},
     {102, ""},
     {256, "Vertical Offset"},
+    {702, "Reset Length"},
     {962, "Animation Layers Active Filter"},
     {1000, "Static Float"},
     {1001, "Step Float"},

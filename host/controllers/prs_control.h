@@ -80,6 +80,14 @@ class PRSControl : public CompoundControl {
                      const Matrix3& tm) override;
   /// With KEYAT_POSITION, KEYAT_ROTATION or KEYAT_SCALE in flags only those tracks count.
   bool IsKeyAtTime(TimeValue t, DWORD flags) override { return IsTransformKeyAtTime(t, flags); }
+  /// Lets the position, rotation and scale controllers draw in turn; nonzero when one drew.
+  int Display(TimeValue t, INode* inode, ViewExp* vpt, int flags) override {
+    int drew = 0;
+    for (Control* c : sub_) {
+      if (c) drew |= c->Display(t, inode, vpt, flags);
+    }
+    return drew;
+  }
   /// Takes over from's position, rotation and scale controllers where it has them (shared);
   /// otherwise its local matrix at the current time becomes the values of its own.
   void Copy(Control* from) override;

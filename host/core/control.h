@@ -9,6 +9,9 @@
 #include "host/math/quat.h"
 #include "host/math/scale_value.h"
 
+class INode;
+class ViewExp;
+
 /// How GetValue and SetValue combine with the incoming value.
 enum GetSetMethod { CTRL_RELATIVE = 0, CTRL_ABSOLUTE = 1 };
 
@@ -116,6 +119,10 @@ class Control : public ReferenceTarget {
                              const Matrix3& tm) {
     return false;
   }
+
+  /// Draws what the controller shows in the viewport for inode at t (view lines of constraints),
+  /// after the node's object; answers nonzero when it drew. Most controllers draw nothing.
+  virtual int Display(TimeValue t, INode* inode, ViewExp* vpt, int flags) { return 0; }
 
   // Sub-controllers of transform (and list) controllers.
   virtual Control* GetPositionController() { return nullptr; }

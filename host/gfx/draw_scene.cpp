@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/core/animatable.h"
+#include "host/core/control.h"
 #include "host/gfx/headless_viewport.h"
 #include "host/scene/inode.h"
 #include "host/scene/scene.h"
@@ -77,6 +78,12 @@ void DrawScene(TimeValue t, ViewExp& vpt, const DrawSceneOptions& options) {
       os.obj->Display(t, node, &vpt, options.display_flags);
     } else if (options.empty_node_axes) {
       DrawNodeAxes(gw, node, t, options.empty_node_axis_length);
+    }
+    // Then the transform controller's own drawing (a constraint's view line), over the object.
+    if (Control* tm = node->GetTMController()) {
+      gw.setRndLimits(saved_limits);
+      gw.setColor(LINE_COLOR, wire);
+      tm->Display(t, node, &vpt, options.display_flags);
     }
   }
 

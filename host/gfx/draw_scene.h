@@ -29,8 +29,9 @@ struct DrawSceneOptions {
 /// order, skipping hidden ones. Per node: the line colour is set to NodeWireColor, the transform
 /// to the node's object TM, the render limits to the window's limits on entry, and the node's
 /// evaluated object (EvalWorldState) draws through Display. A HeadlessViewport records each
-/// primitive with the node's handle. The window's transform, colours and render limits are
-/// restored at the end.
+/// primitive with the node's handle. After the object the node's transform controller draws
+/// through Control::Display (a PRS passes that on to its tracks), with the same colour and
+/// limits. The window's transform, colours and render limits are restored at the end.
 void DrawScene(TimeValue t, ViewExp& vpt, const DrawSceneOptions& options = {});
 
 /// The world box of what DrawScene would draw at t: the world boxes (GetWorldBoundBox) of the

@@ -5,6 +5,7 @@
 
 #include "host/app/host_classes.h"
 #include "host/core/animatable.h"
+#include "host/core/control.h"
 #include "host/gfx/draw_scene.h"
 #include "host/gfx/headless_viewport.h"
 #include "host/objects/point_helper.h"
@@ -13,6 +14,30 @@
 #include "tests/support/math_matchers.h"
 
 namespace {
+
+// A rotation track that keeps the frame it is given and draws one marker at its node's pivot.
+class MarkerRotation : public Control {
+ public:
+  Class_ID ClassID() override { return Class_ID(0x7e57, 0x2d1); }
+  SClass_ID SuperClassID() override { return CTRL_ROTATION_CLASS_ID; }
+  void GetClassName(MSTR& s, bool = true) const override { s = "Marker Rotation"; }
+  RefResult NotifyRefChanged(const Interval&, RefTargetHandle, PartID&, RefMessage, bool) override {
+    return REF_SUCCEED;
+  }
+  void GetValue(TimeValue, void* val, Interval&, GetSetMethod method) override {
+    if (method == CTRL_ABSOLUTE) *static_cast<Quat*>(val) = Quat();
+  }
+  void SetValue(TimeValue, void*, int, GetSetMethod) override {}
+  int Display(TimeValue t, INode* inode, ViewExp* vpt, int) override {
+    GraphicsWindow* gw = vpt->getGW();
+    gw->setTransform(Matrix3());
+    const Point3 pivot = inode->GetNodeTM(t).GetTrans();
+    gw->marker(&pivot, CIRCLE_MRKR);
+    ++calls;
+    return 1;
+  }
+  int calls = 0;
+};
 
 // Front view, 2 pixels a unit, origin at pixel (100, 50).
 ViewCamera Front() { return ViewCamera::Orthographic(VIEW_FRONT, Point3(), 100.0f, 200, 100); }
@@ -160,6 +185,26 @@ TEST_F(DrawSceneTest, DrawsVisibleNodesInTheirWireColourAndSkipsHiddenOnes) {
   box.EnlargeBy(1e-4f);
   for (const Point3& p : list.points_ws) EXPECT_TRUE(box.Contains(p)) << p.x << " " << p.z;
   EXPECT_FALSE(box.Contains(Point3(45, 0, 0))) << "the hidden node's cross does not count";
+}
+
+// A transform controller draws after the object, reached through the PRS that holds it.
+TEST_F(DrawSceneTest, TransformControllersDrawAfterTheObjectThroughThePRS) {
+  INode* node = PointNode("aimed", Point3(10, 0, 5), 0x0000ff);
+  auto* marker = new MarkerRotation;
+  ASSERT_TRUE(node->GetTMController()->SetRotationController(marker));
+  HeadlessViewport vpt(Front());
+  DrawScene(0, vpt);
+  EXPECT_EQ(marker->calls, 1);
+  const auto prims = Of(vpt.GetDisplayList(), node);
+  ASSERT_EQ(prims.size(), 4u) << "the helper's cross, then the controller's marker";
+  EXPECT_EQ(prims.back()->kind, PrimitiveKind::kMarker);
+  EXPECT_EQ(prims.back()->color, Point3(1, 0, 0)) << "in the node's wire colour";
+  EXPECT_POINT3_NEAR(vpt.GetDisplayList().Points(*prims.back())[0], Point3(10, 0, 5), 1e-5f);
+
+  node->Hide(true);
+  vpt.BeginFrame();
+  DrawScene(0, vpt);
+  EXPECT_EQ(marker->calls, 1) << "a hidden node's controller does not draw";
 }
 
 }  // namespace
