@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "animation/animation_manager_mod.h"
+#include "constraints/root_constraint.h"
+#include "constraints/rotation_space.h"
 #include "controllers/connection_controls.h"
 #include "controllers/dummy_controls.h"
 #include "controllers/float_expose_tm.h"
@@ -60,6 +62,8 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::ControlHelper, GetControlHelperDesc());
   put(ClassIndex::ControlShape, GetControlShapeDesc());
   put(ClassIndex::AnimationManagerMod, GetAnimationManagerModDesc());
+  put(ClassIndex::RootConstraint, GetRootConstraintDesc());
+  put(ClassIndex::RotationSpace, GetRotationSpaceDesc());
 }
 
 ClassTable BuildTable() {
