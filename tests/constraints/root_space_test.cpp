@@ -17,6 +17,7 @@
 #include "host/scene/scene.h"
 #include "plugin/strings.h"
 #include "support/lock_chunk.h"
+#include "tests/support/alloc_counter.h"
 #include "tests/support/chunk_bytes.h"
 #include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
@@ -158,6 +159,23 @@ TEST_F(RootSpaceTest, RotationSpaceSharesTheTargetsRotation) {
   EXPECT_MATRIX3_NEAR(head->GetNodeTM(0), chest_ws, kTol) << "weight 0 changes nothing";
   // The head's own edits still live in its sub-controller, under the space.
   EXPECT_FALSE(pb->SetValue(kSpaceTarget, 0, head)) << "its own node would be a loop";
+
+  // Evaluation allocates nothing, for either class (the root follows the same target).
+  INode* root = Node("root", Matrix3());
+  Put<RootConstraint>(root)->ParamBlock()->SetValue(kRootTarget, 0, target);
+  for (INode* n : {head, root}) {
+    Control* tm = n->GetTMController();
+    Matrix3 m;
+    Interval valid = FOREVER;
+    tm->GetValue(0, &m, valid, CTRL_RELATIVE);  // warm the target's cache
+    AllocationScope scope;
+    for (TimeValue t : {0, 160, 320}) {
+      m = chest_ws;
+      valid = FOREVER;
+      tm->GetValue(t, &m, valid, CTRL_RELATIVE);
+    }
+    EXPECT_EQ(scope.Count(), 0u) << n->GetName() << ": evaluation allocates nothing";
+  }
 }
 
 // The world transform an edit should give: the same edit on a plain PRS node with the same world
