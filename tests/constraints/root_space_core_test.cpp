@@ -178,25 +178,6 @@ TEST(SpaceParentTest, WeightsOffsetAndShortArc) {
   EXPECT_MATRIX3_NEAR(SpaceParentTM(none), parent, 0.0f) << "no target: the parent as it came";
 }
 
-TEST(PivotTest, TurnAndScaleAboutAPivot) {
-  const Matrix3 axis = RotateZMatrix(0.7f) * TransMatrix(Point3(1, 1, 0));
-  // A quarter turn about Z through (1, 1, 0) takes (2, 1, 0) where the matrix turn takes it.
-  const Point3 p(2, 1, 0);
-  const AngAxis quarter(Point3::ZAxis, 1.5708f);
-  const Point3 turned = TurnAboutPivot(p, axis, quarter);
-  EXPECT_NEAR(Length(turned - Point3(1, 1, 0)), 1.0f, 1e-5f) << "the distance to the pivot stays";
-  EXPECT_NEAR(turned.z, 0.0f, 1e-5f);
-  EXPECT_NEAR(std::fabs(turned.y - 1.0f), 1.0f, 1e-4f) << "a quarter turn";
-  EXPECT_POINT3_NEAR(TurnAboutPivot(Point3(1, 1, 5), axis, quarter), Point3(1, 1, 5), 1e-5f)
-      << "a point on the axis stays";
-  // Scale 2 along the axis system's X (turned 0.7 about Z) doubles that component only.
-  const Point3 x_ws = Normalize(axis.GetRow(0));
-  const Point3 y_ws = Normalize(axis.GetRow(1));
-  const Point3 q = Point3(1, 1, 0) + x_ws * 3.0f + y_ws * 2.0f + Point3(0, 0, 1);
-  EXPECT_POINT3_NEAR(ScaleAboutPivot(q, axis, Point3(2, 1, 3)),
-                     Point3(1, 1, 0) + x_ws * 6.0f + y_ws * 2.0f + Point3(0, 0, 3), 1e-4f);
-}
-
 RC_GTEST_PROP(RootSpaceCores, ResultsAreFiniteFrames, ()) {
   const auto rigid = [] {
     return rc::gen::apply([](const Matrix3& r, const Point3& t) { return r * TransMatrix(t); },

@@ -120,28 +120,6 @@ TEST_F(RootSpaceTest, RootFollowsItsTargetOnTheGround) {
   EXPECT_TRUE(CachesAgreeWithFreshEvaluation(0));
 }
 
-TEST_F(RootSpaceTest, RootLocalAndWorldSpaces) {
-  const Matrix3 base_ws = RotateZMatrix(1.2f) * TransMatrix(Point3(10, 0, 0));
-  INode* base = Node("base", base_ws);
-  INode* pelvis = Node("pelvis", TransMatrix(Point3(3, 4, 5)));
-  INode* root = Node("root", base_ws, base);
-  IParamBlock2* pb = Put<RootConstraint>(root)->ParamBlock();
-  pb->SetValue(kRootInitialTargetOffset, 0, false);
-  pb->SetValue(kRootTarget, 0, pelvis);
-  pb->SetValue(kRootUseGround, 0, false);
-  for (ParamID id : {kRootFollowHorizontal, kRootFollowVertical, kRootFollowTurning})
-    pb->SetValue(id, 0, 0.0f);
-  EXPECT_MATRIX3_NEAR(root->GetNodeTM(0), base_ws, kTol) << "local: the parent itself";
-  pb->SetValue(kRootLocalWorld, 0, 1);
-  EXPECT_MATRIX3_NEAR(root->GetNodeTM(0), Matrix3(), kTol) << "world: the parent is left out";
-  for (ParamID id : {kRootFollowHorizontal, kRootFollowVertical, kRootFollowTurning})
-    pb->SetValue(id, 0, 1.0f);
-  EXPECT_MATRIX3_NEAR(root->GetNodeTM(0), TransMatrix(Point3(3, 4, 5)), kTol);
-  pb->SetValue(kRootLocalWorld, 0, 0);
-  EXPECT_MATRIX3_NEAR(root->GetNodeTM(0), TransMatrix(Point3(3, 4, 5)), kTol)
-      << "a full follow reaches the target in either space";
-}
-
 TEST_F(RootSpaceTest, RotationSpaceSharesTheTargetsRotation) {
   const Matrix3 chest_ws = RotateXMatrix(0.4f) * TransMatrix(Point3(1, 2, 3));
   const Matrix3 target_ws = RotateYMatrix(0.9f) * TransMatrix(Point3(9, 9, 9));
