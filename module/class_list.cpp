@@ -9,6 +9,8 @@
 #include "constraints/aim_constraint.h"
 #include "constraints/blend_constraints.h"
 #include "constraints/parent_constraint.h"
+#include "constraints/root_constraint.h"
+#include "constraints/rotation_space.h"
 #include "constraints/stretch_constraint.h"
 #include "controllers/connection_controls.h"
 #include "controllers/dummy_controls.h"
@@ -69,6 +71,8 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::ParentConstraint, GetParentConstraintDesc());
   put(ClassIndex::ScaleConstraint, GetScaleConstraintDesc());
   put(ClassIndex::TransformConstraint, GetTransformConstraintDesc());
+  put(ClassIndex::RootConstraint, GetRootConstraintDesc());
+  put(ClassIndex::RotationSpace, GetRotationSpaceDesc());
 }
 
 ClassTable BuildTable() {
