@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "controllers/node_space.h"
 #include "host/math/affine.h"
 #include "host/params/param_block_desc2.h"
 #include "host/scene/core_interface.h"
@@ -37,7 +38,10 @@ std::vector<ParamDef> BlockParams(const char* weight,
           .Default(50.0f)
           .Range(0.0f, 100.0f)
           .Label(weight),
-      ParamDef(kTargetList, "target_list", TYPE_INODE_TAB, 0).TabSize(0).Label(list),
+      ParamDef(kTargetList, "target_list", TYPE_INODE_TAB, 0)
+            .TabSize(0)
+            .Validator(&GetNodeLoopValidator())
+            .Label(list),
       ParamDef(kTargetRelative, "relative", TYPE_BOOL, 0).Default(false).Label(relative),
       ParamDef(kTargetLocalWorld, "local_world", TYPE_INT, 0)
           .Default(0)

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "controllers/node_space.h"
 #include "controllers/rig_control.h"
 #include "host/controllers/controller_classes.h"
 #include "host/math/affine.h"
@@ -48,7 +49,10 @@ ParamBlockDesc2 parent_pb{
             .Default(50.0f)
             .Range(0.0f, 100.0f)
             .Label("Parent Weight"),
-        ParamDef(kTargetList, "target_list", TYPE_INODE_TAB, 0).TabSize(0).Label("Parent List"),
+        ParamDef(kTargetList, "target_list", TYPE_INODE_TAB, 0)
+            .TabSize(0)
+            .Validator(&GetNodeLoopValidator())
+            .Label("Parent List"),
         ParamDef(kTargetRelative, "relative", TYPE_BOOL, 0).Default(false).Label("Relative"),
         ParamDef(kTargetOffset, "offset", TYPE_MATRIX3_TAB, 0).TabSize(0).Label("Offset List"),
     }};

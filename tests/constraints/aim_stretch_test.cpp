@@ -27,28 +27,12 @@
 #include "tests/support/alloc_counter.h"
 #include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
+#include "tests/support/scene_checks.h"
 
 namespace marvolith::test {
 namespace {
 
 constexpr float kTol = 2e-4f;
-
-// Every node's transform as the caches answer, then again after dropping every cache: both
-// must agree, or a cache outlived the change that should have dropped it.
-::testing::AssertionResult CachesAgreeWithFreshEvaluation(TimeValue t) {
-  std::vector<INode*> nodes;
-  Scene::Active().CollectNodes(nodes);
-  std::vector<Matrix3> cached;
-  for (INode* n : nodes) cached.push_back(n->GetNodeTM(t));
-  for (INode* n : nodes) n->InvalidateTM();
-  for (size_t i = 0; i < nodes.size(); ++i) {
-    const Matrix3 fresh = nodes[i]->GetNodeTM(t);
-    if (!fresh.Equals(cached[i], 1e-5f)) {
-      return ::testing::AssertionFailure() << nodes[i]->GetName() << " answers a stale transform";
-    }
-  }
-  return ::testing::AssertionSuccess();
-}
 
 Point3 Dir(const Matrix3& m, int axis, bool flip = false) {
   const Point3 row = Normalize(m.GetRow(axis));

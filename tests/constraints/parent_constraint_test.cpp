@@ -143,6 +143,9 @@ TEST_F(ParentConstraintTest, ListEditsAnswerTheirFailuresAndUndoAsOneStep) {
   EXPECT_FALSE(pc->AppendTarget(n, 50.0f)) << "its own node";
   ASSERT_TRUE(pc->AppendTarget(a, 50.0f));
   EXPECT_FALSE(pc->AppendTarget(a, 10.0f)) << "already a target";
+  EXPECT_FALSE(pc->ParamBlock()->SetValue(kTargetList, 0, child, 0))
+      << "the list itself refuses a loop";
+  EXPECT_EQ(pc->GetNode(0), a);
   EXPECT_EQ(pc->GetNumTargets(), 1);
   EXPECT_EQ(theHold.UndoCount(), 1) << "one entry per append, none for a refusal";
 

@@ -21,36 +21,13 @@
 #include "tests/support/chunk_bytes.h"
 #include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
+#include "tests/support/scene_checks.h"
 #include "tests/support/test_objects.h"
 
 namespace marvolith::test {
 namespace {
 
 constexpr float kTol = 2e-4f;
-
-std::vector<INode*> AllNodes() {
-  std::vector<INode*> nodes;
-  Scene::Active().CollectNodes(nodes);
-  return nodes;
-}
-
-// Every node's transform as the caches answer, then again after dropping every cache: both
-// must agree, or a cache outlived the change that should have dropped it.
-::testing::AssertionResult CachesAgreeWithFreshEvaluation(TimeValue t) {
-  const std::vector<INode*> nodes = AllNodes();
-  std::vector<Matrix3> cached;
-  for (INode* n : nodes) cached.push_back(n->GetNodeTM(t));
-  for (INode* n : nodes) n->InvalidateTM();
-  for (size_t i = 0; i < nodes.size(); ++i) {
-    const Matrix3 fresh = nodes[i]->GetNodeTM(t);
-    if (!fresh.Equals(cached[i], 1e-5f)) {
-      return ::testing::AssertionFailure()
-             << nodes[i]->GetName() << " answers " << Show(cached[i].GetTrans())
-             << " from its cache but " << Show(fresh.GetTrans()) << " when evaluated afresh";
-    }
-  }
-  return ::testing::AssertionSuccess();
-}
 
 class RootSpaceTest : public ::testing::Test {
  protected:
