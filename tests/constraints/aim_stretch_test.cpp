@@ -10,20 +10,19 @@
 #include "constraints/aim_constraint.h"
 #include "constraints/aim_frames.h"
 #include "constraints/stretch_constraint.h"
-#include "host/app/host_classes.h"
 #include "host/app/scene_file.h"
 #include "host/gfx/draw_scene.h"
 #include "host/gfx/headless_viewport.h"
 #include "host/io/chunk_stream.h"
 #include "host/math/affine.h"
 #include "host/params/iparamb2.h"
-#include "host/registry/class_desc.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/scene.h"
 #include "host/script/fp_dispatch.h"
 #include "host/undo/hold.h"
 #include "plugin/strings.h"
 #include "support/lock_chunk.h"
+#include "tests/constraints/constraint_fixture.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/controller_test_util.h"
 #include "tests/support/math_matchers.h"
@@ -39,31 +38,8 @@ Point3 Dir(const Matrix3& m, int axis, bool flip = false) {
   return flip ? -row : row;
 }
 
-class AimStretchTest : public ::testing::Test {
+class AimStretchTest : public ConstraintTest {
  protected:
-  void SetUp() override {
-    RegisterHostClasses();
-    instance_ = GetModuleInstance();
-    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
-    for (ClassDesc2* cd : {GetAimConstraintDesc(), GetStretchConstraintDesc()}) {
-      if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
-    }
-    ip->Reset();
-  }
-  void TearDown() override {
-    AnimateOff();
-    ip->Reset();
-    theHold.Clear();
-    for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
-    SetModuleInstance(instance_);
-  }
-
-  INode* Node(const char* name, const Matrix3& tm = Matrix3(), INode* parent = nullptr) {
-    INode* node = ip->CreateObjectNode(nullptr, name);
-    if (parent) parent->AttachChild(node, 0);
-    node->SetNodeTM(0, tm);
-    return node;
-  }
   // An eye at pos whose rotation aims at target.
   AimConstraint* Aim(INode* eye, INode* target) {
     auto* aim = new AimConstraint;
@@ -80,10 +56,6 @@ class AimStretchTest : public ::testing::Test {
   }
 
   Interface* ip = GetCOREInterface();
-
- private:
-  std::vector<ClassDesc2*> added_;
-  HINSTANCE instance_ = nullptr;
 };
 
 TEST_F(AimStretchTest, AimTurnsTheChosenAxisAtTheTargetAndFollowsIt) {

@@ -8,8 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "constraints/aim_constraint.h"
 #include "constraints/blend_constraints.h"
 #include "constraints/parent_constraint.h"
+#include "constraints/root_constraint.h"
+#include "constraints/rotation_space.h"
+#include "constraints/stretch_constraint.h"
 #include "host/app/host_classes.h"
 #include "host/app/scene_file.h"
 #include "host/registry/class_desc.h"
@@ -31,7 +35,9 @@ class ConstraintTest : public ::testing::Test {
     instance_ = GetModuleInstance();
     SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
     for (ClassDesc2* cd :
-         {GetParentConstraintDesc(), GetScaleConstraintDesc(), GetTransformConstraintDesc()}) {
+         {GetParentConstraintDesc(), GetScaleConstraintDesc(), GetTransformConstraintDesc(),
+          GetAimConstraintDesc(), GetStretchConstraintDesc(), GetRootConstraintDesc(),
+          GetRotationSpaceDesc()}) {
       if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
     }
     GetCOREInterface()->Reset();
@@ -50,6 +56,11 @@ class ConstraintTest : public ::testing::Test {
     if (parent) parent->AttachChild(node, 0);
     node->SetNodeTM(0, tm);
     return node;
+  }
+
+  template <typename T>
+  T* Keep(T* target) {
+    return sweep_.Keep(target);
   }
 
   /// Runs edit inside an accepted hold.
@@ -71,6 +82,7 @@ class ConstraintTest : public ::testing::Test {
   }
 
  private:
+  SceneSweeper sweep_;
   std::vector<ClassDesc2*> added_;
   HINSTANCE instance_ = nullptr;
 };

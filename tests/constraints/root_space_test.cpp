@@ -9,7 +9,6 @@
 
 #include "constraints/root_constraint.h"
 #include "constraints/rotation_space.h"
-#include "host/app/host_classes.h"
 #include "host/app/scene_file.h"
 #include "host/controllers/controller_classes.h"
 #include "host/core/clock.h"
@@ -17,6 +16,7 @@
 #include "host/scene/scene.h"
 #include "plugin/strings.h"
 #include "support/lock_chunk.h"
+#include "tests/constraints/constraint_fixture.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/chunk_bytes.h"
 #include "tests/support/controller_test_util.h"
@@ -29,46 +29,14 @@ namespace {
 
 constexpr float kTol = 2e-4f;
 
-class RootSpaceTest : public ::testing::Test {
+class RootSpaceTest : public ConstraintTest {
  protected:
-  void SetUp() override {
-    RegisterHostClasses();
-    instance_ = GetModuleInstance();
-    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
-    for (ClassDesc2* cd : {GetRootConstraintDesc(), GetRotationSpaceDesc()}) {
-      if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
-    }
-    GetCOREInterface()->Reset();
-  }
-  void TearDown() override {
-    AnimateOff();
-    GetCOREInterface()->Reset();
-    theHold.Clear();
-    for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
-    SetModuleInstance(instance_);
-  }
-  template <typename T>
-  T* Keep(T* target) {
-    return sweep_.Keep(target);
-  }
-
-  static INode* Node(const char* name, const Matrix3& world_ws, INode* parent = nullptr) {
-    INode* node = GetCOREInterface()->CreateObjectNode(nullptr, name);
-    if (parent) parent->AttachChild(node, 0);
-    node->SetNodeTM(0, world_ws);
-    return node;
-  }
   template <typename C>
   static C* Put(INode* node) {
     auto* c = new C;
     EXPECT_TRUE(node->SetTMController(c));
     return c;
   }
-
- private:
-  SceneSweeper sweep_;
-  std::vector<ClassDesc2*> added_;
-  HINSTANCE instance_ = nullptr;
 };
 
 TEST_F(RootSpaceTest, RootFollowsItsTargetOnTheGround) {
