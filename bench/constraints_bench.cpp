@@ -141,8 +141,8 @@ struct ParentScene {
     for (int i = 0; i < kTargets; ++i) {
       INode* t = ip->CreateObjectNode(nullptr);
       const Point3 axis(1.0f, 0.5f * i, 2.0f - i);
-      t->SetNodeTM(0, RotAngleAxisMatrix(Normalize(axis), 0.3f * i) *
-                          TransMatrix(Point3(10.0f * i, 0, 0)));
+      t->SetNodeTM(
+          0, RotAngleAxisMatrix(Normalize(axis), 0.3f * i) * TransMatrix(Point3(10.0f * i, 0, 0)));
       t->SetNodeTM(kSpan, RotAngleAxisMatrix(Normalize(axis), 1.5f + i) *
                               TransMatrix(Point3(0, 10.0f * i, 5.0f)));
       targets.push_back(t);

@@ -39,9 +39,9 @@ std::vector<ParamDef> BlockParams(const char* weight,
           .Range(0.0f, 100.0f)
           .Label(weight),
       ParamDef(kTargetList, "target_list", TYPE_INODE_TAB, 0)
-            .TabSize(0)
-            .Validator(&GetNodeLoopValidator())
-            .Label(list),
+          .TabSize(0)
+          .Validator(&GetNodeLoopValidator())
+          .Label(list),
       ParamDef(kTargetRelative, "relative", TYPE_BOOL, 0).Default(false).Label(relative),
       ParamDef(kTargetLocalWorld, "local_world", TYPE_INT, 0)
           .Default(0)
@@ -53,10 +53,20 @@ std::vector<ParamDef> BlockParams(const char* weight,
 // Built at module load in this order: descriptors, blocks, interfaces.
 ScaleConstraintClassDesc scale_cd;
 TransformConstraintClassDesc transform_cd;
-ParamBlockDesc2 scale_pb{kTargetConstraintParams, "params", 0, &scale_cd, P_AUTO_CONSTRUCT, 0,
+ParamBlockDesc2 scale_pb{kTargetConstraintParams,
+                         "params",
+                         0,
+                         &scale_cd,
+                         P_AUTO_CONSTRUCT,
+                         0,
                          BlockParams("Scale Weight", "Scale List", "Relative", "Local World")};
 ParamBlockDesc2 transform_pb{
-    kTargetConstraintParams, "params", 0, &transform_cd, P_AUTO_CONSTRUCT, 0,
+    kTargetConstraintParams,
+    "params",
+    0,
+    &transform_cd,
+    P_AUTO_CONSTRUCT,
+    0,
     BlockParams("Transform Weight", "Transform List", "Transform Weight UI", "Local World")};
 FPInterfaceDesc scale_fp{Interface_ID(scale_cd.ClassID()), "constraints", FP_MIXIN, &scale_cd,
                          TargetConstraintFunctions()};
@@ -67,7 +77,8 @@ FPInterfaceDesc transform_fp{Interface_ID(transform_cd.ClassID()), "constraints"
 template <typename C>
 class BlendStateRestore : public RestoreObj {
  public:
-  explicit BlendStateRestore(C* c) : handle_(Animatable::GetHandleByAnim(c)), before_(c->GetState()) {}
+  explicit BlendStateRestore(C* c)
+      : handle_(Animatable::GetHandleByAnim(c)), before_(c->GetState()) {}
   void Restore(int is_undo) override {
     C* c = Get();
     if (!c) return;
@@ -164,8 +175,10 @@ IOResult BlendStateConstraint<V>::Save(ISave* isave) {
   IOResult res = SaveChunk(isave, kBaseChunk, state_.base);
   if (res == IO_OK) res = SaveChunk(isave, kInitialChunk, state_.initial);
   if (res == IO_OK) res = SaveChunk(isave, kBlendAtAddChunk, state_.blend_at_add);
-  if (res == IO_OK) res = SaveChunk(isave, kLastCountChunk, static_cast<std::int32_t>(state_.last_count));
-  if (res == IO_OK) res = SaveChunk(isave, kLockedChunk, static_cast<std::int32_t>(locked_ ? 1 : 0));
+  if (res == IO_OK)
+    res = SaveChunk(isave, kLastCountChunk, static_cast<std::int32_t>(state_.last_count));
+  if (res == IO_OK)
+    res = SaveChunk(isave, kLockedChunk, static_cast<std::int32_t>(locked_ ? 1 : 0));
   return res;
 }
 

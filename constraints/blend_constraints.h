@@ -22,9 +22,9 @@ class BlendStateConstraint : public TargetConstraint {
   static constexpr USHORT kLockedChunk = 9525;
 
   struct State {
-    V initial{};      ///< the node's value at the first evaluation (the base over the parent)
-    V base{};         ///< the value taken from the controller this one replaced
-    V blend_at_add{}; ///< the blend when the target count last changed
+    V initial{};       ///< the node's value at the first evaluation (the base over the parent)
+    V base{};          ///< the value taken from the controller this one replaced
+    V blend_at_add{};  ///< the blend when the target count last changed
     int last_count = 0;
     bool first_evaluation = true;
     bool locked = false;

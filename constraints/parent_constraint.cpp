@@ -341,7 +341,8 @@ Matrix3 ParentConstraint::TargetTM(int i, TimeValue t, Interval& valid) {
     tr.node_tm = tr.former_node_tm = tm;
     tr.pivot_tm = tr.former_pivot_tm = pivot;
     tr.moved = false;
-  } else if (!tm.Equals(tr.node_tm, kTrackerEpsilon) || !pivot.Equals(tr.pivot_tm, kTrackerEpsilon)) {
+  } else if (!tm.Equals(tr.node_tm, kTrackerEpsilon) ||
+             !pivot.Equals(tr.pivot_tm, kTrackerEpsilon)) {
     tr.former_node_tm = tr.node_tm;
     tr.former_pivot_tm = tr.pivot_tm;
     tr.node_tm = tm;
@@ -360,8 +361,9 @@ Matrix3 ParentConstraint::BlendTargets(TimeValue t,
   if (n == 0) return last_parent_tm_;
   const int offsets = use_offsets ? pblock_->Count(kTargetOffset) : 0;
   auto target = [&](int i) {
-    Matrix3 m = overrides && static_cast<std::size_t>(i) < overrides->size() ? (*overrides)[i]
-                                                                              : TargetTM(i, t, valid);
+    Matrix3 m = overrides && static_cast<std::size_t>(i) < overrides->size()
+                    ? (*overrides)[i]
+                    : TargetTM(i, t, valid);
     if (i < offsets) m = pblock_->GetMatrix3(kTargetOffset, 0, i) * m;
     return m;
   };

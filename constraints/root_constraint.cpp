@@ -37,10 +37,7 @@ ParamBlockDesc2 root_pb(
             .Default(2)
             .Range(0, 2)
             .Label("Vertical Axis"),
-        ParamDef(kRootLocalWorld, "local_world", TYPE_INT, 0)
-            .Default(0)
-            .Range(0, 1)
-            .Label("Space"),
+        ParamDef(kRootLocalWorld, "local_world", TYPE_INT, 0).Default(0).Range(0, 1).Label("Space"),
         ParamDef(kRootFollowHorizontal, "follow_horizontal", TYPE_PCNT_FRAC, P_ANIMATABLE)
             .Default(1.0f)
             .Range(0, 100)

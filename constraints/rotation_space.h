@@ -23,9 +23,10 @@ enum RotationSpaceParam : ParamID {
 /// rotation relative to the node's parent the identity (SpaceCaptureOffset), so that with
 /// `keep_initial_offset` on the space starts out as the plain parent and follows the target's
 /// turns from there; the sub-controller is set (without keys) so that, with the offset kept, the
-/// node keeps its world transform: the node does not jump at capture. Scripts and rollups trigger it by writing the
-/// block: turning `keep_initial_offset` on while a target is set, or setting `target` to a node
-/// while `keep_initial_offset` is on, captures at the current time in the same hold as the write.
+/// node keeps its world transform: the node does not jump at capture. Scripts and rollups trigger
+/// it by writing the block: turning `keep_initial_offset` on while a target is set, or setting
+/// `target` to a node while `keep_initial_offset` is on, captures at the current time in the same
+/// hold as the write.
 ///
 /// SetValue lands the node where the packet asks. Every packet goes to the sub-controller with its
 /// parent replaced by the parent matrix computed for the packet's parent at t (a move given in the

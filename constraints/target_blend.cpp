@@ -27,7 +27,9 @@ constexpr float kRigidEpsilon = 1e-6f;
 /// True when m's rows are a right-handed orthonormal frame (the common case of rig targets).
 bool IsRigid(const Matrix3& m) {
   const Point3 x = m.GetRow(0), y = m.GetRow(1), z = m.GetRow(2);
-  auto unit = [](const Point3& v) { return std::fabs(v.LengthSquared() - 1.0f) < 2.0f * kRigidEpsilon; };
+  auto unit = [](const Point3& v) {
+    return std::fabs(v.LengthSquared() - 1.0f) < 2.0f * kRigidEpsilon;
+  };
   return unit(x) && unit(y) && unit(z) && std::fabs(DotProd(x, y)) < kRigidEpsilon &&
          std::fabs(DotProd(y, z)) < kRigidEpsilon && std::fabs(DotProd(z, x)) < kRigidEpsilon &&
          DotProd(CrossProd(x, y), z) > 0.0f;
@@ -73,7 +75,8 @@ BlendParts StableDecompose(const Matrix3& m) {
 Matrix3 ComposeBlendParts(const BlendParts& parts) {
   Matrix3 m = RotationOf(parts.q);
   m.SetTrans(parts.p);
-  if (!(parts.k == Point3(1.0f, 1.0f, 1.0f))) m = MatrixFromScaleValue(ScaleValue(parts.k, parts.u)) * m;
+  if (!(parts.k == Point3(1.0f, 1.0f, 1.0f)))
+    m = MatrixFromScaleValue(ScaleValue(parts.k, parts.u)) * m;
   return m;
 }
 

@@ -89,11 +89,8 @@ void TargetConstraint::SetReference(int i, RefTargetHandle target) {
   if (i == 0) pblock_ = dynamic_cast<IParamBlock2*>(target);
 }
 
-RefResult TargetConstraint::NotifyRefChanged(const Interval&,
-                                             RefTargetHandle target,
-                                             PartID& part_id,
-                                             RefMessage message,
-                                             bool) {
+RefResult TargetConstraint::NotifyRefChanged(
+    const Interval&, RefTargetHandle target, PartID& part_id, RefMessage message, bool) {
   if (!notify_enabled_) return REF_SUCCEED;
   if (message == REFMSG_KEYABLE_QUERY && target == pblock_) {
     // The block's parameters are this constraint's own; they are not keyed as someone else's.

@@ -9,8 +9,8 @@
 #include "host/controllers/prs_control.h"
 #include "host/math/affine.h"
 #include "host/params/iparamb2.h"
-#include "tests/constraints/constraint_fixture.h"
 #include "support/lock_chunk.h"
+#include "tests/constraints/constraint_fixture.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/chunk_bytes.h"
 #include "tests/support/controller_test_util.h"
@@ -102,7 +102,8 @@ TEST_F(ParentConstraintTest, BlendsFollowTheWeightsAndTheListOrder) {
 
 TEST_F(ParentConstraintTest, RelativeTargetsKeepTheNodeWhereItWas) {
   INode* a = Node("a", Posed(0.7f, Point3(1, 2, 3), Point3(3, 0, 1)));
-  INode* b = Node("b", ScaleMatrix(Point3(2, 1, 1)) * Posed(-1.1f, Point3(0, 1, 1), Point3(0, 5, 0)));
+  INode* b =
+      Node("b", ScaleMatrix(Point3(2, 1, 1)) * Posed(-1.1f, Point3(0, 1, 1), Point3(0, 5, 0)));
   INode* n = Node("n", Posed(0.3f, Point3(0, 0, 1), Point3(1, 1, 1)));
   ParentConstraint* pc = Constrain(n);
   pc->ParamBlock()->SetValue(kTargetRelative, 0, true);
@@ -205,17 +206,17 @@ TEST_F(ParentConstraintTest, EditsThroughTheConstraintLandWhereThePacketAsks) {
       << "world move";
   before = n->GetNodeTM(0);
   n->Move(0, before, Point3(2, 0, 0));
-  EXPECT_POINT3_NEAR(n->GetNodeTM(0).GetTrans(), before.GetTrans() + Normalize(before.GetRow(0)) * 2.0f,
-                     kTol)
+  EXPECT_POINT3_NEAR(n->GetNodeTM(0).GetTrans(),
+                     before.GetTrans() + Normalize(before.GetRow(0)) * 2.0f, kTol)
       << "local move";
 
   before = n->GetNodeTM(0);
   const Quat turn = QFromAngAxis(0.5f, Point3(0, 0, 1));
   n->Rotate(0, TransMatrix(before.GetTrans()), turn, true);
-  EXPECT_MATRIX3_NEAR(Matrix3(n->GetNodeTM(0)),
-                      before * TransMatrix(-before.GetTrans()) * MatrixOf(turn) *
-                          TransMatrix(before.GetTrans()),
-                      kTol)
+  EXPECT_MATRIX3_NEAR(
+      Matrix3(n->GetNodeTM(0)),
+      before * TransMatrix(-before.GetTrans()) * MatrixOf(turn) * TransMatrix(before.GetTrans()),
+      kTol)
       << "world rotate about the pivot";
   before = n->GetNodeTM(0);
   n->Rotate(0, before, turn, true);

@@ -1,11 +1,10 @@
 // Copyright Marvolith contributors.
-#include "constraints/root_space.h"
-
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include <cmath>
 
+#include "constraints/root_space.h"
 #include "tests/support/math_generators.h"
 #include "tests/support/math_matchers.h"
 
@@ -82,8 +81,8 @@ TEST(RootParentTest, AxesSharesAndTurn) {
     in.vertical_axis = 1;
     in.follow_horizontal = 0.5f;
     in.follow_turning = 0.25f;
-    EXPECT_MATRIX3_NEAR(RootParentTM(in),
-                        RotateYMatrix(-0.2f) * TransMatrix(Point3(1.5f, 4, 2.5f)), kTol);
+    EXPECT_MATRIX3_NEAR(RootParentTM(in), RotateYMatrix(-0.2f) * TransMatrix(Point3(1.5f, 4, 2.5f)),
+                        kTol);
   }
   {
     SCOPED_TRACE("a swing about another axis adds no turn");

@@ -110,19 +110,18 @@ struct Edit {
 
 std::vector<Edit> Edits() {
   const AngAxis turn(Normalize(Point3(1, 2, 3)), 0.4f);
-  return {
-      {"move", [](INode* n, const Matrix3& a) { n->Move(0, a, Point3(1, -2, 0.5f)); }},
-      {"rotate about the axis point",
-       [turn](INode* n, const Matrix3& a) { n->Rotate(0, a, turn, false); }},
-      {"rotate about the node's origin",
-       [turn](INode* n, const Matrix3& a) { n->Rotate(0, a, turn, true); }},
-      {"scale about the axis point",
-       [](INode* n, const Matrix3& a) { n->Scale(0, a, Point3(1.5f, 1.5f, 1.5f), false); }},
-      {"scale along the axes",
-       [](INode* n, const Matrix3& a) { n->Scale(0, a, Point3(1.5f, 0.8f, 1.2f), true); }},
-      {"set", [](INode* n, const Matrix3&) {
-         n->SetNodeTM(0, RotateYMatrix(0.7f) * TransMatrix(Point3(-2, 5, 1)));
-       }}};
+  return {{"move", [](INode* n, const Matrix3& a) { n->Move(0, a, Point3(1, -2, 0.5f)); }},
+          {"rotate about the axis point",
+           [turn](INode* n, const Matrix3& a) { n->Rotate(0, a, turn, false); }},
+          {"rotate about the node's origin",
+           [turn](INode* n, const Matrix3& a) { n->Rotate(0, a, turn, true); }},
+          {"scale about the axis point",
+           [](INode* n, const Matrix3& a) { n->Scale(0, a, Point3(1.5f, 1.5f, 1.5f), false); }},
+          {"scale along the axes",
+           [](INode* n, const Matrix3& a) { n->Scale(0, a, Point3(1.5f, 0.8f, 1.2f), true); }},
+          {"set", [](INode* n, const Matrix3&) {
+             n->SetNodeTM(0, RotateYMatrix(0.7f) * TransMatrix(Point3(-2, 5, 1)));
+           }}};
 }
 
 TEST_F(RootSpaceTest, EditsThroughTheNodeLandWhereAsked) {
@@ -132,8 +131,8 @@ TEST_F(RootSpaceTest, EditsThroughTheNodeLandWhereAsked) {
     SCOPED_TRACE(root_kind ? "root constraint" : "rotation space");
     GetCOREInterface()->Reset();
     INode* base = Node("base", base_ws);
-    INode* target = Node("target", RotateZMatrix(1.1f) * RotateXMatrix(0.3f) *
-                                        TransMatrix(Point3(5, 6, 3)));
+    INode* target =
+        Node("target", RotateZMatrix(1.1f) * RotateXMatrix(0.3f) * TransMatrix(Point3(5, 6, 3)));
     INode* node = Node("node", start_ws, base);
     INode* oracle = Node("oracle", start_ws, base);
     if (root_kind) {
@@ -296,9 +295,9 @@ TEST_F(RootSpaceTest, LocksChunksAndClones) {
 
     // Unknown chunks are skipped; a damaged lock chunk fails.
     ParentSpaceControl* loaded = Keep(make(true));
-    EXPECT_EQ(LoadBytes(loaded, ContainerChunk(1, {DataChunk(77, {9, 9}),
-                                                   DataChunk(kLockChunkID, {1})})),
-              IO_OK);
+    EXPECT_EQ(
+        LoadBytes(loaded, ContainerChunk(1, {DataChunk(77, {9, 9}), DataChunk(kLockChunkID, {1})})),
+        IO_OK);
     EXPECT_TRUE(loaded->GetLocked());
     EXPECT_NE(LoadBytes(Keep(make(true)), ContainerChunk(1, {DataChunk(kLockChunkID, {1, 2})})),
               IO_OK);
@@ -357,8 +356,8 @@ TEST_F(RootSpaceTest, ScenesRoundTripByteForByte) {
     EXPECT_MATRIX3_NEAR(n->GetNodeTM(0), before[i++], kTol) << name;
     EXPECT_MATRIX3_NEAR(n->GetNodeTM(3000), before[i++], kTol) << name;
   }
-  auto* loaded = dynamic_cast<RootConstraint*>(
-      GetCOREInterface()->GetINodeByName("root")->GetTMController());
+  auto* loaded =
+      dynamic_cast<RootConstraint*>(GetCOREInterface()->GetINodeByName("root")->GetTMController());
   ASSERT_NE(loaded, nullptr);
   EXPECT_TRUE(loaded->GetLocked());
   EXPECT_EQ(loaded->ParamBlock()->GetINode(kRootTarget),

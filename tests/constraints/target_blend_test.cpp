@@ -87,8 +87,8 @@ TEST(TargetBlendTest, MirroredTargetsCarryTheirSignOnOneAxisAndDoNotFlip) {
   // with Y and Z kept where the inputs have them.
   const Matrix3 a = ScaleMatrix(Point3(-1, 1, 1)) * RotateZMatrix(0.2f);
   const Matrix3 b = ScaleMatrix(Point3(-1, 1, 1)) * RotateZMatrix(0.6f);
-  EXPECT_MATRIX3_NEAR(Blend({{a, 50}, {b, 50}}), ScaleMatrix(Point3(-1, 1, 1)) * RotateZMatrix(0.4f),
-                      kTol);
+  EXPECT_MATRIX3_NEAR(Blend({{a, 50}, {b, 50}}),
+                      ScaleMatrix(Point3(-1, 1, 1)) * RotateZMatrix(0.4f), kTol);
 }
 
 TEST(TargetBlendTest, TwoWeightsAverageInAnyOrderThreeDependOnTheOrder) {
@@ -129,10 +129,12 @@ TEST(TargetBlendTest, RelativeChangesApplyToTheBase) {
   EXPECT_POINT3_NEAR(GetScaleLengths(moved), Point3(2, 1, 1), 1e-4f);
 
   const ScaleValue base_s(Point3(2, 2, 2));
-  EXPECT_POINT3_NEAR(RelativeScale(ScaleValue(Point3(3, 1, 4)), ScaleValue(Point3(3, 1, 2)), base_s).s,
-                     Point3(2, 2, 4), 1e-6f);
-  EXPECT_POINT3_NEAR(RelativeScale(ScaleValue(Point3(3, 1, 4)), ScaleValue(Point3(0, 1, 1)), base_s).s,
-                     Point3(6, 2, 8), 1e-6f)
+  EXPECT_POINT3_NEAR(
+      RelativeScale(ScaleValue(Point3(3, 1, 4)), ScaleValue(Point3(3, 1, 2)), base_s).s,
+      Point3(2, 2, 4), 1e-6f);
+  EXPECT_POINT3_NEAR(
+      RelativeScale(ScaleValue(Point3(3, 1, 4)), ScaleValue(Point3(0, 1, 1)), base_s).s,
+      Point3(6, 2, 8), 1e-6f)
       << "a zero reference factor divides by nothing";
 }
 
