@@ -73,38 +73,6 @@ FPInterfaceDesc scale_fp{Interface_ID(scale_cd.ClassID()), "constraints", FP_MIX
 FPInterfaceDesc transform_fp{Interface_ID(transform_cd.ClassID()), "constraints", FP_MIXIN,
                              &transform_cd, TargetConstraintFunctions()};
 
-/// Undo record of a blend constraint's own state.
-template <typename C>
-class BlendStateRestore : public RestoreObj {
- public:
-  explicit BlendStateRestore(C* c)
-      : handle_(Animatable::GetHandleByAnim(c)), before_(c->GetState()) {}
-  void Restore(int is_undo) override {
-    C* c = Get();
-    if (!c) return;
-    if (is_undo) after_ = c->GetState();
-    Put(c, before_);
-  }
-  void Redo() override {
-    if (C* c = Get()) Put(c, after_);
-  }
-  void EndHold() override {
-    if (C* c = Get()) c->ClearAFlag(A_HELD);
-  }
-  MSTR Description() override { return "Constraint State"; }
-
- private:
-  static void Put(C* c, const typename C::State& s) {
-    c->SetState(s);
-    c->ClearAFlag(A_HELD);
-    c->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
-  }
-  C* Get() { return dynamic_cast<C*>(Animatable::GetAnimByHandle(handle_)); }
-  AnimHandle handle_;
-  typename C::State before_;
-  typename C::State after_;
-};
-
 /// The scale part of m, the sign of a mirror on its factors.
 ScaleValue ScaleOf(const Matrix3& m) {
   AffineParts parts;
@@ -131,7 +99,7 @@ ClassDesc2* GetTransformConstraintDesc() { return &transform_cd; }
 
 template <typename V>
 void BlendStateConstraint<V>::HoldState() {
-  if (HoldWantsRecord(this)) theHold.Put(new BlendStateRestore<BlendStateConstraint<V>>(this));
+  PutStateRestore(this, "Constraint State");
 }
 
 template <typename V>

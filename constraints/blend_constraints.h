@@ -38,6 +38,7 @@ class BlendStateConstraint : public TargetConstraint {
     state_ = s;
     locked_ = s.locked;
   }
+  void StateRestored() { this->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE); }
   /// Records the state for undo, once per hold.
   void HoldState();
 

@@ -7,41 +7,6 @@
 #include "support/track_assign.h"
 
 namespace marvolith {
-namespace {
-
-/// Undo record of the locked flag.
-class LockRestore : public RestoreObj {
- public:
-  explicit LockRestore(BlockConstraint* c)
-      : handle_(Animatable::GetHandleByAnim(c)), before_(c->GetLocked()) {}
-  void Restore(int is_undo) override {
-    BlockConstraint* c = Get();
-    if (!c) return;
-    if (is_undo) after_ = c->GetLocked();
-    Set(c, before_);
-  }
-  void Redo() override {
-    if (BlockConstraint* c = Get()) Set(c, after_);
-  }
-  void EndHold() override {
-    if (BlockConstraint* c = Get()) c->ClearAFlag(A_HELD);
-  }
-  MSTR Description() override { return "Lock Track"; }
-
- private:
-  static void Set(BlockConstraint* c, bool locked) {
-    c->SetLockedState(locked);
-    c->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
-  }
-  BlockConstraint* Get() {
-    return dynamic_cast<BlockConstraint*>(Animatable::GetAnimByHandle(handle_));
-  }
-  AnimHandle handle_;
-  bool before_;
-  bool after_ = false;
-};
-
-}  // namespace
 
 void BlockConstraint::GetClassName(MSTR& s, bool) const {
   s = ClassNameOf(GetClassDesc()->Index());
@@ -64,7 +29,7 @@ void BlockConstraint::SetReference(int i, RefTargetHandle target) {
 
 void BlockConstraint::SetLocked(bool locked, bool) {
   if (locked == locked_) return;
-  if (HoldWantsRecord(this)) theHold.Put(new LockRestore(this));
+  PutStateRestore(this, "Lock Track");
   locked_ = locked;
   NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
 }

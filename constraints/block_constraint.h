@@ -50,8 +50,13 @@ class BlockConstraint : public LockableControl {
 
   /// The parameter block; null for a controller made for loading until its file is linked.
   IParamBlock2* ParamBlock() const { return pblock_; }
-  /// The flag as it stands, for undo records (no record, no message).
-  void SetLockedState(bool locked) { locked_ = locked; }
+  /// What undo records keep: the locked flag (no record, no message when set).
+  struct State {
+    bool locked = false;
+  };
+  State GetState() const { return {locked_}; }
+  void SetState(const State& s) { locked_ = s.locked; }
+  void StateRestored() { NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE); }
 
  protected:
   void SetReference(int i, RefTargetHandle target) override;

@@ -59,40 +59,6 @@ ParamBlockDesc2 parent_pb{
 FPInterfaceDesc parent_fp{Interface_ID(parent_cd.ClassID()), "constraints", FP_MIXIN, &parent_cd,
                           TargetConstraintFunctions()};
 
-/// Undo record of the constraint's own state: the captured parent, the last value and the
-/// target trackers.
-class ParentTrackersRestore : public RestoreObj {
- public:
-  explicit ParentTrackersRestore(ParentConstraint* c)
-      : handle_(Animatable::GetHandleByAnim(c)), before_(c->GetState()) {}
-  void Restore(int is_undo) override {
-    ParentConstraint* c = Get();
-    if (!c) return;
-    if (is_undo) after_ = c->GetState();
-    Put(c, before_);
-  }
-  void Redo() override {
-    if (ParentConstraint* c = Get()) Put(c, after_);
-  }
-  void EndHold() override {
-    if (ParentConstraint* c = Get()) c->ClearAFlag(A_HELD);
-  }
-  MSTR Description() override { return "Parent Constraint"; }
-
- private:
-  static void Put(ParentConstraint* c, const ParentConstraint::State& s) {
-    c->SetState(s);
-    c->ClearAFlag(A_HELD);
-    c->NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE);
-  }
-  ParentConstraint* Get() {
-    return dynamic_cast<ParentConstraint*>(Animatable::GetAnimByHandle(handle_));
-  }
-  AnimHandle handle_;
-  ParentConstraint::State before_;
-  ParentConstraint::State after_;
-};
-
 /// Largest difference of two matrices' components, each divided by the larger magnitude of the
 /// pair when that is above 1.
 bool DiffersScaled(const Matrix3& a, const Matrix3& b, float eps) {
@@ -210,9 +176,7 @@ void ParentConstraint::SetState(const State& s) {
   locked_ = s.locked;
 }
 
-void ParentConstraint::HoldState() {
-  if (HoldWantsRecord(this)) theHold.Put(new ParentTrackersRestore(this));
-}
+void ParentConstraint::HoldState() { PutStateRestore(this, "Parent Constraint"); }
 
 void ParentConstraint::SetLocked(bool locked, bool) {
   if (locked == locked_) return;

@@ -8,6 +8,7 @@
 
 #include "constraints/target_constraint.h"
 #include "host/io/chunk_io.h"
+#include "support/hold_record.h"
 #include "support/ref_slot_check.h"
 
 namespace marvolith {
@@ -54,7 +55,8 @@ class ParentConstraint : public TargetConstraint, public IRefSlotCheck {
   /// default transform controller as its child.
   explicit ParentConstraint(bool loading = false);
 
-  /// The state undo records (ParentTrackersRestore) keep.
+  /// The state undo records (ParentTrackersRestore) keep: the captured parent, the last value
+  /// and the target trackers.
   struct State {
     Matrix3 last_parent_tm;
     bool capture_parent = true;
@@ -65,6 +67,7 @@ class ParentConstraint : public TargetConstraint, public IRefSlotCheck {
   };
   State GetState() const;
   void SetState(const State& s);
+  void StateRestored() { NotifyDependents(FOREVER, PART_ALL, REFMSG_CHANGE); }
   /// Records the state for undo, once per hold.
   void HoldState();
 
@@ -162,6 +165,9 @@ class ParentConstraint : public TargetConstraint, public IRefSlotCheck {
   std::vector<TargetTracker> trackers_;
   bool adjusting_ = false;
 };
+
+/// The undo record of ParentConstraint's own state.
+using ParentTrackersRestore = StateRestore<ParentConstraint>;
 
 /// Descriptor of ParentConstraint.
 ClassDesc2* GetParentConstraintDesc();

@@ -15,39 +15,6 @@ namespace {
 
 constexpr const char* kSubNames[2] = {"Parameters", "Transform"};
 
-/// Undo record of the controller's own state (the locked flag); block and sub-controller record
-/// theirs.
-class ParentSpaceRestore : public RestoreObj {
- public:
-  explicit ParentSpaceRestore(ParentSpaceControl* c)
-      : handle_(Animatable::GetHandleByAnim(c)), before_(c->GetState()) {}
-  void Restore(int is_undo) override {
-    ParentSpaceControl* c = Get();
-    if (!c) return;
-    if (is_undo) after_ = c->GetState();
-    c->SetState(before_);
-    c->StateRestored();
-  }
-  void Redo() override {
-    if (ParentSpaceControl* c = Get()) {
-      c->SetState(after_);
-      c->StateRestored();
-    }
-  }
-  void EndHold() override {
-    if (ParentSpaceControl* c = Get()) c->ClearAFlag(A_HELD);
-  }
-  MSTR Description() override { return "Controller Change"; }
-
- private:
-  ParentSpaceControl* Get() {
-    return dynamic_cast<ParentSpaceControl*>(Animatable::GetAnimByHandle(handle_));
-  }
-  AnimHandle handle_;
-  ParentSpaceControl::State before_;
-  ParentSpaceControl::State after_;
-};
-
 }  // namespace
 
 void* ParentSpaceControl::GetInterface(ULONG id) {
@@ -110,7 +77,8 @@ bool ParentSpaceControl::SetScaleController(Control* c) {
 }
 
 void ParentSpaceControl::HoldState() {
-  if (HoldWantsRecord(this)) theHold.Put(new ParentSpaceRestore(this));
+  // The block and sub-controller record their own changes.
+  PutStateRestore(this, "Controller Change");
 }
 
 void ParentSpaceControl::MakeParts(MarvolithClassDesc& cd) {

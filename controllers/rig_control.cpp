@@ -99,36 +99,6 @@ FPInterfaceDesc rig_control_fp{
         FPPropertyDef(kRigGetFigureMode, kRigSetFigureMode, "figure_mode", FPType::TYPE_BOOL),
     }};
 
-/// Undo record of the controller's own state (the locked flag); block and tracks record theirs.
-class RigControlRestore : public RestoreObj {
- public:
-  explicit RigControlRestore(RigControl* c)
-      : handle_(Animatable::GetHandleByAnim(c)), before_(c->GetState()) {}
-  void Restore(int is_undo) override {
-    RigControl* c = Get();
-    if (!c) return;
-    if (is_undo) after_ = c->GetState();
-    c->SetState(before_);
-    c->StateRestored();
-  }
-  void Redo() override {
-    if (RigControl* c = Get()) {
-      c->SetState(after_);
-      c->StateRestored();
-    }
-  }
-  void EndHold() override {
-    if (RigControl* c = Get()) c->ClearAFlag(A_HELD);
-  }
-  MSTR Description() override { return "Controller Change"; }
-
- private:
-  RigControl* Get() { return dynamic_cast<RigControl*>(Animatable::GetAnimByHandle(handle_)); }
-  AnimHandle handle_;
-  RigControl::State before_;
-  RigControl::State after_;
-};
-
 Matrix3 RotationMatrix(const Quat& q) {
   Matrix3 m;
   q.MakeMatrix(m);
@@ -312,7 +282,8 @@ bool RigControl::AssignController(Animatable* control, int i) {
 }
 
 void RigControl::HoldState() {
-  if (HoldWantsRecord(this)) theHold.Put(new RigControlRestore(this));
+  // The block and tracks record their own changes.
+  PutStateRestore(this, "Controller Change");
 }
 
 // ---------------------------------------------------------------------------------------------
