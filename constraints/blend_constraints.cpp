@@ -7,7 +7,6 @@
 #include "host/math/affine.h"
 #include "host/params/param_block_desc2.h"
 #include "host/scene/core_interface.h"
-#include "host/scene/inode.h"
 #include "host/undo/hold.h"
 #include "support/chunk_helpers.h"
 #include "support/hold_record.h"
@@ -78,15 +77,6 @@ ScaleValue ScaleOf(const Matrix3& m) {
   AffineParts parts;
   decomp_affine(m, &parts);
   return ScaleValue(parts.k * parts.f, parts.u);
-}
-
-/// Target i's transform at t: world, or relative to its parent when local.
-template <typename C>
-Matrix3 TargetIn(C& c, int i, TimeValue t, bool local, Interval& valid) {
-  INode* node = c.TargetNode(i);
-  if (!node) return Matrix3();
-  const Matrix3 world = node->GetNodeTM(t, &valid);
-  return local ? world * Inverse(node->GetParentTM(t)) : world;
 }
 
 }  // namespace
@@ -220,7 +210,7 @@ void ScaleConstraint::GetValue(TimeValue t, void* val, Interval& valid, GetSetMe
   const int n = GetNumTargets();
   TargetBlend blend;
   for (int i = 0; i < n; ++i) {
-    blend.AddScale(ScaleOf(TargetIn(*this, i, t, !world, valid)), WeightAt(i, t, valid));
+    blend.AddScale(ScaleOf(TargetTransform(i, t, !world, valid)), WeightAt(i, t, valid));
   }
   const ScaleValue& reference = world ? state_.base : state_.initial;
   ScaleValue result = reference;
@@ -278,7 +268,7 @@ void TransformConstraint::GetValue(TimeValue t, void* val, Interval& valid, GetS
   const int n = GetNumTargets();
   TargetBlend blend;
   for (int i = 0; i < n; ++i) {
-    blend.Add(StableDecompose(TargetIn(*this, i, t, !world, valid)), WeightAt(i, t, valid));
+    blend.Add(StableDecompose(TargetTransform(i, t, !world, valid)), WeightAt(i, t, valid));
   }
   Matrix3 result = state_.base * tm;
   if (blend.HasBlend()) {

@@ -140,7 +140,6 @@ class ParentConstraint : public TargetConstraint, public IRefSlotCheck {
 
   /// `lastParentTM`, the transform the node stays at without targets.
   const Matrix3& LastParentTM() const { return last_parent_tm_; }
-  const std::vector<TargetTracker>& Trackers() const { return trackers_; }
 
  protected:
   FPStatus Dispatch(FunctionID fid, FPParams& p, FPValue& result) override;

@@ -42,8 +42,6 @@ class TargetBlend {
   /// Adds only the scale part (factors and axis) of an input.
   void AddScale(const ScaleValue& s, float w);
 
-  /// Sum of the weights added.
-  float Total() const { return total_; }
   /// True when the weights sum above 0, so a blend exists.
   bool HasBlend() const { return total_ > 0.0f; }
   /// The blended parts; meaningful when HasBlend. The rotation is in the identity's hemisphere.

@@ -116,9 +116,11 @@ float TargetConstraint::WeightAt(int i, TimeValue t, Interval& valid) {
   return w;
 }
 
-Matrix3 TargetConstraint::TargetWorld(int i, TimeValue t, Interval& valid) {
+Matrix3 TargetConstraint::TargetTransform(int i, TimeValue t, bool local, Interval& valid) {
   INode* node = TargetNode(i);
-  return node ? node->GetNodeTM(t, &valid) : Matrix3();
+  if (!node) return Matrix3();
+  const Matrix3 world = node->GetNodeTM(t, &valid);
+  return local ? world * Inverse(node->GetParentTM(t)) : world;
 }
 
 float TargetConstraint::GetWeight(int i) {

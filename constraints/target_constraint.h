@@ -103,8 +103,9 @@ class TargetConstraint : public LockableControl, public ITargetConstraint {
   float WeightAt(int i, TimeValue t, Interval& valid);
   /// Node of entry i (null when deleted or out of range).
   INode* TargetNode(int i);
-  /// The world transform of entry i's node at t, narrowing valid; the identity without a node.
-  Matrix3 TargetWorld(int i, TimeValue t, Interval& valid);
+  /// The transform of entry i's node at t, narrowing valid: world, or relative to the node's
+  /// parent when local; the identity without a node.
+  Matrix3 TargetTransform(int i, TimeValue t, bool local, Interval& valid);
 
  protected:
   /// What a class adds to AppendTarget: called inside its hold, after the checks, before the node
