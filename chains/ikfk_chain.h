@@ -210,6 +210,11 @@ class IKFKChain : public LockableControl, public IIKFKChain {
   void MarkDirty() { dirty_ = true; }
   bool IsDirty() const { return dirty_; }
   bool ForceFK() const { return force_fk_; }
+  /// While set, solves run with ikfk_blend 0 and goal moves do not match FK; not saved.
+  void SetForceFK(bool on) {
+    force_fk_ = on;
+    dirty_ = true;
+  }
   IKFKMatchState MatchState() const { return match_state_; }
   /// The last automatic stretch factor (1 when none applied).
   float StretchFactor() const { return stretch_factor_; }

@@ -5,6 +5,7 @@
 
 #include "chains/ikfk_chain.h"
 #include "chains/ikfk_control.h"
+#include "chains/ikfk_link.h"
 #include "controls/control_helper.h"
 #include "controls/control_object.h"
 #include "host/core/clock.h"
@@ -109,8 +110,10 @@ FPValue CreateIKFKSolver(const PrimitiveCall& call) {
     MakeMember(members[i], chain_node, kIKFKMemberJoint, static_cast<int>(i),
                joint_ws[i] * Inverse(above_ws), t);
   }
-  MakeMember(goal, chain_node, kIKFKMemberGoal, 0, end_ws, t);
-  MakeMember(target, chain_node, kIKFKMemberTarget, 0, joint_ws[joint_ws.size() / 2], t);
+  // Goal and target can switch their parent space over time: each gets an (empty) link track.
+  MakeMember(goal, chain_node, kIKFKMemberGoal, 0, end_ws, t)->SetLink(new IKFKLink);
+  MakeMember(target, chain_node, kIKFKMemberTarget, 0, joint_ws[joint_ws.size() / 2], t)
+      ->SetLink(new IKFKLink);
 
   IParamBlock2* pb = chain->ParamBlock();
   for (INode* member : members) pb->Append(kIKFKJoints, 1, &member);

@@ -10,7 +10,8 @@ namespace marvolith {
 /// control helper per joint ("IKFKControl...", in a hierarchy over the start joint's parent,
 /// each at its joint) driven by an IKFKControl member, a chain helper ("IKFKChain...", shape 37)
 /// with the IKFKChain controller, a goal ("IKFKGoal...", shape 42) on the end joint and a swivel
-/// target ("IKFKTarget...", shape 9) placed in the bend plane; the chain starts in IK, matched to
+/// target ("IKFKTarget...", shape 9) placed in the bend plane, both with an empty IKFKLink
+/// track; the chain starts in IK, matched to
 /// the joints' pose. Answers the chain's node, or undefined (nothing made) when the start joint
 /// is not an ancestor of the end joint. Raises an argument count error for other than two
 /// arguments and a RuntimeError naming the first bad argument. The joints themselves are not

@@ -4,6 +4,9 @@
 // evaluation without allocation.
 #include "controllers/rig_control.h"
 #include "host/core/clock.h"
+#include "host/gfx/draw_scene.h"
+#include "host/gfx/graphics_window.h"
+#include "host/gfx/headless_viewport.h"
 #include "tests/chains/ikfk_chain_fixture.h"
 #include "tests/support/alloc_counter.h"
 
@@ -194,6 +197,52 @@ TEST_F(IKFKChainTest, SolvingAgainAllocatesNothing) {
     EXPECT_FALSE(limb.chain->GetJointTM(limb.chain->NumJoints(), 0, tm, valid));
     EXPECT_FALSE(limb.chain->GetJointTM(-1, 0, tm, valid));
   }
+}
+
+TEST_F(IKFKChainTest, DisplayDrawsBonesGoalAndTarget) {
+  const Limb limb = MakeLimb(Bones(ArmPoints()));
+  ASSERT_TRUE(limb.chain);
+  limb.goal->SetNodeTM(0, At({14, 2, 5}));
+  HeadlessViewport vpt;
+  struct Drawn {
+    std::vector<std::vector<Point3>> lines;
+    int markers = 0;
+  };
+  auto drawn = [&] {
+    vpt.BeginFrame();
+    DrawScene(0, vpt);  // the scene draws (the chain among it) ...
+    vpt.BeginFrame();   // ... and the chain's own drawing is looked at alone
+    EXPECT_EQ(limb.chain->Display(0, limb.chain_node, &vpt, 0), 1);
+    const DisplayList& list = vpt.GetDisplayList();
+    Drawn d;
+    for (const DisplayPrimitive& p : list.primitives) {
+      if (p.kind == PrimitiveKind::kPolyline) {
+        d.lines.emplace_back(list.Points(p).begin(), list.Points(p).end());
+      } else if (p.kind == PrimitiveKind::kMarker) {
+        ++d.markers;
+      }
+    }
+    return d;
+  };
+  const std::vector<Matrix3> pose = limb.Pose();
+  Drawn d = drawn();
+  ASSERT_EQ(d.lines.size(), 3u) << "two bones and the target's line; the goal only when selected";
+  for (size_t i = 0; i < 2; ++i) {
+    ASSERT_EQ(d.lines[i].size(), 2u);
+    EXPECT_POINT3_NEAR(d.lines[i][0], pose[i].GetTrans(), 1e-4f);
+    EXPECT_POINT3_NEAR(d.lines[i][1], pose[i + 1].GetTrans(), 1e-4f);
+  }
+  EXPECT_POINT3_NEAR(d.lines[2][1], limb.target->GetNodeTM(0).GetTrans(), 1e-4f);
+  EXPECT_EQ(d.markers, 1);
+  GetCOREInterface()->SelectNode(limb.chain_node);
+  d = drawn();
+  EXPECT_EQ(d.lines.size(), 4u);
+  EXPECT_EQ(d.markers, 2);
+  limb.Params()->SetValue(kIKFKDisplayTarget, 0, 0);
+  limb.Params()->SetValue(kIKFKDisplayGoal, 0, 0);
+  d = drawn();
+  EXPECT_EQ(d.lines.size(), 2u);
+  EXPECT_EQ(d.markers, 0);
 }
 
 }  // namespace marvolith::test
