@@ -148,7 +148,7 @@ void SolveSingleBone(const IKFKSolveInput& in,
   }
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
   const Point3 bone = n == 2 ? ws.positions[1] : Point3::XAxis;
-  ws.ik[0] = Inverse(AimX(bone)) * s;
+  ws.ik[0] = Inverse(AimX(Normalize(bone))) * s;
 }
 
 /// Three joints: the triangle of the two bones and the goal distance, the elbow at +Y of the
@@ -190,7 +190,7 @@ void SolveTwoBone(const IKFKSolveInput& in,
 
   // Joint 0: aim the end at the goal, then turn about the aim line so the elbow's offset from
   // it (ê x normal) lies on the swivel frame's +Y.
-  const Quat aim = AimX(end);
+  const Quat aim = AimX(Normalize(end));
   const Point3 elbow_dir = Turn(Normalize(end) ^ normal, Inverse(aim));
   const float elbow_angle = elbow_dir.y * elbow_dir.y + elbow_dir.z * elbow_dir.z > 0.0f
                                 ? std::atan2(elbow_dir.z, elbow_dir.y)
@@ -236,7 +236,7 @@ void SolveNJoint(const IKFKSolveInput& in,
     const Point3 axis = cross.Length() > kCollinearSine
                             ? Normalize(cross)
                             : PerpendicularAxis(u, Point3::ZAxis, Point3::YAxis);
-    const float angle = AngleBetween(u, v);
+    const float angle = AngleBetween(Normalize(u), Normalize(v));
     ws.axes[i] = axis;
     ws.bases[i] = ws.fk[i] * Inverse(QFromAngAxis(angle, axis));
     // Flexion bias: a ramp from +1 at the first inner joint to -1 at the last.
@@ -323,7 +323,7 @@ void SolveNJoint(const IKFKSolveInput& in,
 
   const Point3 end = ChainEnd(ws);  // writes the inner joints' rotations
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
-  ws.ik[0] = Inverse(AimX(end)) * s;
+  ws.ik[0] = Inverse(AimX(Normalize(end))) * s;
 }
 
 }  // namespace
@@ -363,7 +363,7 @@ Quat EffectivePreferredRotation(const Quat& qp,
 
 Quat SwivelFrame(const Point3& root_ps, const Point3& goal_ps, const Quat& qp, float swivel_angle) {
   const Point3 v = Turn(goal_ps - root_ps, Inverse(qp));  // the goal direction in qp's frame
-  return XRotation(swivel_angle) * AimX(v) * qp;
+  return XRotation(swivel_angle) * AimX(Normalize(v)) * qp;
 }
 
 float SoftIKLimit(float d, float chain_length, float soft_ik) {
