@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -68,12 +69,16 @@ RC_GTEST_PROP(IKFKMatchLaws, SwivelAngleOfASolvedPoseIsTheSwivelUsed, ()) {
 }
 
 RC_GTEST_PROP(IKFKMatchLaws, SoftCompensationThenSoftSolvePutsTheEndBack, ()) {
-  Arm arm(*GenFloat(0.5f, 3.0f), *GenFloat(0.5f, 3.0f), 0.5f);
+  const float l1 = *GenFloat(0.5f, 3.0f), l2 = *GenFloat(0.5f, 3.0f);
+  Arm arm(l1, l2, 0.5f);
   arm.in.parent_ws = *GenAffine({.min_scale = 1.0f, .max_scale = 1.0f, .max_translation = 10.0f});
   arm.in.soft_ik = *GenFloat(0.05f, 0.5f);
   const float l = arm.Length(), z = arm.in.soft_ik * l;
   // An end inside the soft zone, up to where the zone's logarithm starts to lose precision.
-  const Point3 end = arm.Root() + *GenUnitVector() * *GenFloat(l - z, l - 0.02f * z);
+  // (and out of the folded range below |L1 - L2|, which no goal reaches).
+  const float lo = std::max(l - z, std::fabs(l1 - l2) + 0.01f * l), hi = l - 0.02f * z;
+  RC_PRE(lo < hi);
+  const Point3 end = arm.Root() + *GenUnitVector() * *GenFloat(lo, hi);
   arm.SetGoalPs(SoftMatchGoal(arm.Root(), end, l, arm.in.soft_ik, 0.0f));
   arm.Solve();
   RC_ASSERT_POINT3_NEAR(arm.pos[2], end, 1e-3f * l);
@@ -95,7 +100,9 @@ TEST(IKFKMatch, SoftCompensationBounds) {
 }
 
 RC_GTEST_PROP(IKFKMatchLaws, PlacedTargetGivesBackTheElbow, ()) {
-  Arm arm(*GenFloat(0.5f, 3.0f), *GenFloat(0.5f, 3.0f), *GenFloat(0.1f, 2.5f));
+  const float l1 = *GenFloat(0.5f, 3.0f), l2 = *GenFloat(0.5f, 3.0f);
+  const float bend = *GenFloat(0.1f, 2.5f);
+  Arm arm(l1, l2, bend);
   arm.in.parent_ws = *GenAffine({.max_translation = 10.0f});
   arm.in.ikfk_blend = 0.0f;
   arm.Solve();
