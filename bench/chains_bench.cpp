@@ -43,7 +43,6 @@ struct IKFKLimb {
     in.joints_fk = joints;
     in.soft_ik = 0.05f;
     in.swivel_angle = 0.3f;
-    in.ikfk_blend = 0.8f;
   }
 
   /// Solves with the goal at a point that moves every call, within and beyond reach.
@@ -64,9 +63,11 @@ struct IKFKLimb {
 };
 
 /// One solve of the pure core per iteration; argument 0 is the joint count (3: the two-bone
-/// closed form, 5: the N-joint search).
+/// closed form, 5: the N-joint search), argument 1 the blend in percent (100 pure IK; below it
+/// every joint also blends toward FK).
 void BM_IKFKSolveCore(benchmark::State& state) {
   IKFKLimb limb(static_cast<int>(state.range(0)));
+  limb.in.ikfk_blend = static_cast<float>(state.range(1)) / 100.0f;
   limb.Solve(0.0f);  // the workspace takes its size
   float x = 0.0f;
   const test::AllocationScope allocations;
@@ -77,7 +78,12 @@ void BM_IKFKSolveCore(benchmark::State& state) {
   }
   ReportPerSolve(state, std::chrono::steady_clock::now() - start, allocations.Count());
 }
-BENCHMARK(BM_IKFKSolveCore)->Arg(3)->Arg(5)->Iterations(1000000);
+BENCHMARK(BM_IKFKSolveCore)
+    ->Args({3, 100})
+    ->Args({3, 80})
+    ->Args({5, 100})
+    ->Args({5, 80})
+    ->Iterations(1000000);
 
 }  // namespace
 }  // namespace marvolith

@@ -426,15 +426,11 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
     const bool last_takes_goal =
         in.last_joint_ik_rotation && n >= 2 && !(n == 2 && in.partial == 1);
     if (last_takes_goal) {
-      // The last joint's local rotation that gives it the goal's world rotation.
-      Matrix3 above;  // joint n - 2 in the parent frame
-      for (std::size_t i = 0; i + 1 < n; ++i) {
-        Matrix3 local;
-        ws.ik[i].MakeMatrix(local);
-        local.SetTrans(ws.positions[i]);
-        above = local * above;
-      }
-      ws.ik[n - 1] = RotationOf(in.goal_ws * parent_inv * Inverse(above));
+      // The last joint's local rotation that gives it the goal's rotation in the parent frame:
+      // goal rotation * Inverse(rotation of joint n - 2).
+      Quat above;
+      for (std::size_t i = 0; i + 1 < n; ++i) above = ws.ik[i] * above;
+      ws.ik[n - 1] = RotationOf(in.goal_ws * parent_inv) * Conjugate(above);
     }
   }
 

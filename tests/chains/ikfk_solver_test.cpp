@@ -203,6 +203,79 @@ RC_GTEST_PROP(IKFKSolverLaws, NJointSearchReachesReachableGoals, ()) {
   RC_ASSERT_POINT3_NEAR(r.pos.back(), goal, 1e-3f * r.Length());
 }
 
+RC_GTEST_PROP(IKFKSolverLaws, BlendTurnsEachJointFromFKToIKInWorld, ()) {
+  Rig r = DrawRig(*rc::gen::inRange(2, 7), 0.2f, 3.0f, -1.0f, 1.0f);
+  r.SetGoalPs(GoalAt(r, *GenFloat(0.0f, 1.5f * r.Length())));
+  r.in.swivel_angle = *GenAngle();
+  r.in.last_joint_ik_rotation = *rc::gen::arbitrary<bool>();
+  r.in.goal_ws = MatrixOf(*GenRotation()) * r.in.goal_ws;
+  const float w = *GenFloat(0.0f, 1.0f);
+  std::vector<Quat> fk, ik;
+  for (float blend : {0.0f, 1.0f}) {
+    r.in.ikfk_blend = blend;
+    RC_ASSERT(r.Solve());
+    for (const Matrix3& m : r.tms) (blend == 0.0f ? fk : ik).push_back(Quat(m));
+  }
+  r.in.ikfk_blend = w;
+  RC_ASSERT(r.Solve());
+  for (std::size_t i = 0; i < r.tms.size(); ++i) {
+    Quat to = ik[i];
+    to.MakeClosest(fk[i]);
+    // FK and IK half a turn apart have no one short way: rounding picks the path.
+    if (QDot(to, fk[i]) < 0.05f) continue;
+    RC_ASSERT_QUAT_NEAR(Quat(r.tms[i]), Slerp(fk[i], to, w), 5e-4f);
+  }
+}
+
+RC_GTEST_PROP(IKFKSolverLaws, NJointSearchWithATargetReachesAndBendsTowardsIt, ()) {
+  Rig r = DrawRig(*rc::gen::inRange(4, 7), 1.0f, 2.0f, 0.1f, 0.6f);
+  const Point3 goal = GoalAt(r, r.Length() * *GenFloat(0.5f, 0.95f));
+  r.SetGoalPs(goal);
+  r.in.iterations = 100;
+  r.in.target_active = true;
+  const Point3 target = *GenPoint3(10.0f);
+  r.in.target_ws = TransMatrix(target) * r.in.parent_ws;
+  const Point3 to_goal = Normalize(goal - r.Root()), to_target = Normalize(target - r.Root());
+  RC_PRE(AngleBetween(to_goal, to_target) > 0.1f && AngleBetween(to_goal, -to_target) > 0.1f);
+  RC_ASSERT(r.Solve());
+  RC_ASSERT_POINT3_NEAR(r.pos.back(), goal, 1e-3f * r.Length());
+  // The drawn chains bend one way, so every inner joint bulges to the target's side.
+  const Matrix3 plane_inv = Inverse(LookFrame(r.Root(), goal, target));
+  for (std::size_t i = 1; i + 1 < r.pos.size(); ++i) {
+    const Point3 p = plane_inv.PointTransform(r.pos[i]);
+    RC_ASSERT(std::fabs(p.z) < 0.15f * r.Length());
+    RC_ASSERT(p.y > -1e-3f * r.Length());
+  }
+}
+
+TEST(IKFKSolver, ClosingStopsWhereTheChainFoldsPast) {
+  // A goal on the root: closing curls the chain until more bend would lengthen it again.
+  // Without the stop the search would run every bend to pi, the chain zigzagging one bone out.
+  for (int n : {4, 6}) {
+    SCOPED_TRACE(n);
+    Rig r;
+    r.joints.resize(n);
+    for (int i = 1; i < n; ++i) {
+      r.joints[i].position = Point3(1, 0, 0);
+      r.joints[i].rotation = QFromAngAxis(0.2f, Point3::ZAxis);
+    }
+    r.in.last_joint_ik_rotation = false;
+    r.SetGoalPs(Point3(0, 0, 0));
+    r.in.iterations = 0;
+    ASSERT_TRUE(r.Solve());
+    const float start = r.pos.back().Length();
+    r.in.iterations = 200;
+    ASSERT_TRUE(r.Solve());
+    EXPECT_TRUE(AllFinite(r));
+    EXPECT_LT(r.pos.back().Length(), 0.2f * start);
+    for (int i = 1; i + 1 < n; ++i) {
+      const float bend = AngleBetween(r.pos[i] - r.pos[i - 1], r.pos[i + 1] - r.pos[i]);
+      EXPECT_LT(bend, 3.0f);
+      EXPECT_GT(bend, 0.2f);
+    }
+  }
+}
+
 TEST(IKFKSolver, SoftZoneNeverSnapsStraight) {
   // A goal walked through the chain's length: with soft_ik 0.1 the end trails the goal from the
   // zone's start on, stays below the length and keeps bending, and moves steadily.
@@ -276,6 +349,10 @@ TEST(IKFKSolver, NoIterationsKeepsTheBiasAdjustedFKBend) {
   }
   // The chain is still aimed: its end lies on the root -> goal line.
   EXPECT_LT(AngleBetween(r.pos[4], Point3(1, 2, 3)), 1e-4f);
+  // A bias past the limit: the search starts at 179 degrees, not beyond.
+  r.in.flexion_bias = 3.0f;
+  ASSERT_TRUE(r.Solve());
+  EXPECT_NEAR(AngleBetween(r.pos[1] - r.pos[0], r.pos[2] - r.pos[1]), kIKFKMaxStartAngle, 1e-3f);
 }
 
 TEST(IKFKSolver, DegenerateChainsStayFinite) {
