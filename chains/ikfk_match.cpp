@@ -43,7 +43,8 @@ Point3 MatchTargetPosition(const Point3& first_ws,
                            const Quat& preferred_frame_ps,
                            const Matrix3& parent_ws) {
   Point3 bend;
-  if (AngleBetween(last_ws - first_ws, mid_ws - first_ws) >= kTargetPlaneMinAngle) {
+  if (AngleBetween(Normalize(last_ws - first_ws), Normalize(mid_ws - first_ws)) >=
+      kTargetPlaneMinAngle) {
     bend = LookFrame(first_ws, last_ws, mid_ws).GetRow(1);
   } else {
     // Straight (or too short to tell): the plane the solve would use without a target.

@@ -34,8 +34,13 @@ Point3 Turn(const Point3& v, const Quat& q) {
   return m.VectorTransform(v);
 }
 
+/// The rotation of m. Quat(Matrix3) normalises rows itself, so only skewed rows need the
+/// (costly) polar decomposition first.
 Quat RotationOf(Matrix3 m) {
-  m.Orthogonalize();
+  const Point3 r0 = m.GetRow(0), r1 = m.GetRow(1), r2 = m.GetRow(2);
+  const float skew = std::fabs(r0 % r1) + std::fabs(r1 % r2) + std::fabs(r2 % r0);
+  const float scale = r0.LengthSquared() + r1.LengthSquared() + r2.LengthSquared();
+  if (!(skew <= 1e-6f * scale)) m.Orthogonalize();
   return Quat(m);
 }
 
@@ -148,7 +153,7 @@ void SolveSingleBone(const IKFKSolveInput& in,
   }
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
   const Point3 bone = n == 2 ? ws.positions[1] : Point3::XAxis;
-  ws.ik[0] = Inverse(AimX(bone)) * s;
+  ws.ik[0] = Conjugate(AimX(Normalize(bone))) * s;
 }
 
 /// Three joints: the triangle of the two bones and the goal distance, the elbow at +Y of the
@@ -190,13 +195,13 @@ void SolveTwoBone(const IKFKSolveInput& in,
 
   // Joint 0: aim the end at the goal, then turn about the aim line so the elbow's offset from
   // it (ê x normal) lies on the swivel frame's +Y.
-  const Quat aim = AimX(end);
-  const Point3 elbow_dir = Turn(Normalize(end) ^ normal, Inverse(aim));
+  const Quat aim = AimX(Normalize(end));
+  const Point3 elbow_dir = Turn(Normalize(end) ^ normal, Conjugate(aim));
   const float elbow_angle = elbow_dir.y * elbow_dir.y + elbow_dir.z * elbow_dir.z > 0.0f
                                 ? std::atan2(elbow_dir.z, elbow_dir.y)
                                 : 0.0f;
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
-  ws.ik[0] = Inverse(aim) * XRotation(-elbow_angle) * s;
+  ws.ik[0] = Conjugate(aim) * XRotation(-elbow_angle) * s;
 }
 
 /// The chain's end in joint 0's frame for the current bend angles (joint rotations written to
@@ -236,9 +241,9 @@ void SolveNJoint(const IKFKSolveInput& in,
     const Point3 axis = cross.Length() > kCollinearSine
                             ? Normalize(cross)
                             : PerpendicularAxis(u, Point3::ZAxis, Point3::YAxis);
-    const float angle = AngleBetween(u, v);
+    const float angle = AngleBetween(Normalize(u), Normalize(v));
     ws.axes[i] = axis;
-    ws.bases[i] = ws.fk[i] * Inverse(QFromAngAxis(angle, axis));
+    ws.bases[i] = ws.fk[i] * Conjugate(QFromAngAxis(angle, axis));
     // Flexion bias: a ramp from +1 at the first inner joint to -1 at the last.
     const float ramp = 1.0f - 2.0f * static_cast<float>(i - 1) / inner_span;
     ws.angles[i] =
@@ -323,7 +328,7 @@ void SolveNJoint(const IKFKSolveInput& in,
 
   const Point3 end = ChainEnd(ws);  // writes the inner joints' rotations
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
-  ws.ik[0] = Inverse(AimX(end)) * s;
+  ws.ik[0] = Conjugate(AimX(Normalize(end))) * s;
 }
 
 }  // namespace
@@ -363,7 +368,7 @@ Quat EffectivePreferredRotation(const Quat& qp,
 
 Quat SwivelFrame(const Point3& root_ps, const Point3& goal_ps, const Quat& qp, float swivel_angle) {
   const Point3 v = Turn(goal_ps - root_ps, Inverse(qp));  // the goal direction in qp's frame
-  return XRotation(swivel_angle) * AimX(v) * qp;
+  return XRotation(swivel_angle) * AimX(Normalize(v)) * qp;
 }
 
 float SoftIKLimit(float d, float chain_length, float soft_ik) {
@@ -421,15 +426,11 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
     const bool last_takes_goal =
         in.last_joint_ik_rotation && n >= 2 && !(n == 2 && in.partial == 1);
     if (last_takes_goal) {
-      // The last joint's local rotation that gives it the goal's world rotation.
-      Matrix3 above;  // joint n - 2 in the parent frame
-      for (std::size_t i = 0; i + 1 < n; ++i) {
-        Matrix3 local;
-        ws.ik[i].MakeMatrix(local);
-        local.SetTrans(ws.positions[i]);
-        above = local * above;
-      }
-      ws.ik[n - 1] = RotationOf(in.goal_ws * parent_inv * Inverse(above));
+      // The last joint's local rotation that gives it the goal's rotation in the parent frame:
+      // goal rotation * Inverse(rotation of joint n - 2).
+      Quat above;
+      for (std::size_t i = 0; i + 1 < n; ++i) above = ws.ik[i] * above;
+      ws.ik[n - 1] = RotationOf(in.goal_ws * parent_inv) * Conjugate(above);
     }
   }
 
@@ -443,7 +444,7 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
       Quat ik_world = ik_above;
       ik_world.MakeClosest(fk_above);
       const Quat blended = prm.w > 0.0f ? Slerp(fk_above, ik_world, prm.w) : fk_above;
-      ws.world_a[i] = prm.w > 0.0f ? Normalize(blended * Inverse(blend_above)) : ws.fk[i];
+      ws.world_a[i] = prm.w > 0.0f ? blended * Conjugate(blend_above) : ws.fk[i];
       blend_above = blended;
     }
     result = ws.world_a.data();

@@ -22,6 +22,9 @@
 // (towards the target). The N-joint solver keeps the bend plane of its searched shape in joint 0's
 // frame and turns it with the least rotation onto S.
 //
+// Directions are normalised before AimX and AngleBetween, so their length guards only catch zero
+// vectors: short bones and goals near the root still aim.
+//
 // The rotation space delta is a rotation in the parent frame, so it is applied after joint 0's
 // own FK rotation: q0 = q0_fk * delta (world = q0_fk * delta * P), and undone by
 // `Q * Inverse(delta)` when FK is matched.
