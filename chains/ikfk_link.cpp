@@ -11,6 +11,7 @@
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
 
 namespace marvolith {
 namespace {
@@ -241,12 +242,7 @@ RefTargetHandle IKFKLink::Clone(RemapDir& remap) {
 IOResult IKFKLink::Save(ISave*) { return IO_OK; }
 
 IOResult IKFKLink::Load(ILoad* iload) {
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    res = iload->CloseChunk();
-    if (res != IO_OK) return res;
-  }
-  return res == IO_END ? IO_OK : res;
+  return ForEachChunk(iload, [](USHORT) { return IO_OK; });  // none known: all are skipped
 }
 
 // ---------------------------------------------------------------------------------------------
