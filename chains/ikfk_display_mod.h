@@ -33,7 +33,9 @@ float IKFKDisplayFactor(const IKFKDisplayInput& in);
 /// The modifier "IKFK Display" (an empty parameter block, reference 0). ModifyObject scales the
 /// points of a deformable object about the centre of their bounding box by IKFKDisplayFactor
 /// read for the node at t, and narrows the object's validity by what it read (the blend's
-/// track). Objects without points, or that do not deform, pass unchanged.
+/// track). Objects without points, or that do not deform, pass unchanged. The modifier holds
+/// no reference to the chain: a chain whose blend or display switch changes drops its members'
+/// world states (INode::InvalidateWS) so that they are modified again.
 class IKFKDisplayMod : public Modifier {
  public:
   /// With loading true no block is made (the file links one).
