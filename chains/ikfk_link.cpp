@@ -131,6 +131,13 @@ int ActiveLink(EntryFn entry, int count, TimeValue t) {
 
 int TicksPerFrame() { return std::max(1, GetCOREInterface()->GetTicksPerFrame()); }
 
+// A frame number in ticks, held inside the range of TimeValue for frames far out.
+TimeValue FrameToTicks(int frame_no) {
+  const long long t = static_cast<long long>(frame_no) * TicksPerFrame();
+  return static_cast<TimeValue>(
+      std::clamp<long long>(t, TIME_NegInfinity + 1, TIME_PosInfinity - 1));
+}
+
 // Runs change inside a hold of its own unless one is open already.
 template <typename Fn>
 auto InHold(Fn change) {
@@ -376,7 +383,7 @@ int IKFKLink::GetFrameNo(int index) {
 
 bool IKFKLink::SetFrameNo(int index, int frame_no) {
   if (index < 0 || index >= GetNumTargets()) return false;
-  const TimeValue t = frame_no * TicksPerFrame();
+  const TimeValue t = FrameToTicks(frame_no);
   const std::vector<LinkEntry> before = ReadEntries(pblock_, GetNumTargets());
   std::vector<LinkEntry> after = before;
   LinkEntry moved = after[static_cast<size_t>(index)];
@@ -396,7 +403,7 @@ bool IKFKLink::AddTarget(INode* target, int frame_no, bool keep_tm) {
   PB2Value v(::TYPE_INODE);
   v.SetINode(target);
   if (target && !GetNodeLoopValidator().Validate(v, this, kLinkTargets, count)) return false;
-  const TimeValue t = frame_no * TicksPerFrame();
+  const TimeValue t = FrameToTicks(frame_no);
   const std::vector<LinkEntry> before = ReadEntries(pblock_, count);
   std::vector<LinkEntry> after = before;
   after.insert(after.begin() + InsertPosition(after, t), LinkEntry{target, t, false});
@@ -421,7 +428,7 @@ bool IKFKLink::DeleteTarget(int index, bool keep_tm) {
 int IKFKLink::AddWorld(int frame_no, bool keep_tm) {
   if (!AddTarget(nullptr, frame_no, keep_tm)) return -1;
   // The new link went after every link that starts at or before its time.
-  const TimeValue t = frame_no * TicksPerFrame();
+  const TimeValue t = FrameToTicks(frame_no);
   int index = 0;
   const int count = GetNumTargets();
   while (index + 1 < count && pblock_->GetTimeValue(kLinkStartTimes, 0, index + 1) <= t) ++index;
@@ -465,6 +472,7 @@ void IKFKLink::DeleteKeyAtTime(TimeValue t) {
 }
 
 void IKFKLink::DeleteKeys(DWORD flags) {
+  if (!(flags & TRACK_DOALL) && NumSelKeys() == 0) return;
   InHold([&] {
     for (int i = GetNumTargets() - 1; i >= 0; --i) {
       if ((flags & TRACK_DOALL) || IsKeySelected(i)) DeleteTarget(i, true);

@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <functional>
+#include <limits>
 
 #include "host/params/iparamb2.h"
 #include "tests/chains/ikfk_link_fixture.h"
+#include "tests/support/alloc_counter.h"
 
 namespace marvolith::test {
 namespace {
@@ -247,6 +250,46 @@ TEST_F(IKFKLinkTest, BadIndicesAnswerTheFailureValuesAndChangeNothing) {
   EXPECT_EQ(link->GetNumTargets(), 1);
   EXPECT_EQ(link->GetFrameNo(0), 4);
   EXPECT_FALSE(theHold.Holding()) << "refusals leave no hold open";
+
+  // Frames far out stay inside the time range instead of wrapping round.
+  ASSERT_TRUE(link->AddTarget(nullptr, std::numeric_limits<int>::max(), false));
+  EXPECT_GT(link->GetKeyTime(1), link->GetKeyTime(0));
+  ASSERT_TRUE(link->AddTarget(nullptr, std::numeric_limits<int>::min(), false));
+  EXPECT_LT(link->GetKeyTime(0), 0);
+  EXPECT_EQ(link->GetNode(1), a);
+}
+
+TEST_F(IKFKLinkTest, ATargetScaledToNothingGivesNoNaN) {
+  INode* flat = Node("flat", ScaleMatrix(Point3(0, 0, 0)));
+  INode* owner = Owner("owner", Pose(0.1f, {0, 2, 0}));
+  IKFKLink* link = LinkOf(owner);
+  ASSERT_EQ(link->AddWorld(0), 0);
+  ASSERT_TRUE(link->AddTarget(flat, 10));
+  const Matrix3 w = World(owner, 20 * F);
+  for (int r = 0; r < 4; ++r) {
+    for (int c = 0; c < 3; ++c) EXPECT_TRUE(std::isfinite(w.GetRow(r)[c])) << r << "," << c;
+  }
+}
+
+TEST_F(IKFKLinkTest, EvaluationAllocatesNothing) {
+  INode* a = Node("a", Pose(0.4f, {10, 0, 0}));
+  INode* b = Node("b", Pose(-1.2f, {0, 10, 0}));
+  auto* link = new IKFKLink;
+  link->AddTarget(a, 0, false);
+  link->AddTarget(b, 10, false);
+  link->AddWorld(20, false);
+  Matrix3 val;
+  float v = 0.0f;
+  Interval iv = FOREVER;
+  link->Evaluate(30 * F, val, iv);  // the nodes fill their caches first
+  AllocationScope scope;
+  for (TimeValue t : {-5 * F, 5 * F, 15 * F, 30 * F}) {
+    iv = FOREVER;
+    link->Evaluate(t, val, iv);
+    link->GetValue(t, &v, iv, CTRL_ABSOLUTE);
+  }
+  EXPECT_EQ(scope.Count(), 0u);
+  link->DeleteMe();
 }
 
 TEST_F(IKFKLinkTest, EveryChangeUndoesAndRedoes) {
@@ -309,7 +352,10 @@ TEST_F(IKFKLinkTest, LinksAreTheKeys) {
   EXPECT_FALSE(link->GetNextKeyTime(20 * F, NEXTKEY_RIGHT, next));
 
   // Moving the selected first key past the others keeps each link with its target.
+  TestTarget watcher(1);
+  watcher.ReplaceReference(0, link);
   link->SelectKeyByIndex(0, true);
+  EXPECT_EQ(watcher.Count(REFMSG_KEY_SELECTION_CHANGED), 1) << "key views redraw their marks";
   EXPECT_EQ(link->NumSelKeys(), 1);
   EXPECT_EQ(link->GetTimeRange(TIMERANGE_SELONLY), Interval(0, 0));
   struct Shift : TimeMap {
@@ -333,6 +379,7 @@ TEST_F(IKFKLinkTest, LinksAreTheKeys) {
   EXPECT_EQ(link->NumKeys(), 1);
   link->DeleteKeys(TRACK_DOALL);
   EXPECT_EQ(link->NumKeys(), 0);
+  watcher.ReplaceReference(0, nullptr);
   link->DeleteMe();
 }
 
