@@ -138,20 +138,14 @@ TimeValue FrameToTicks(int frame_no) {
       std::clamp<long long>(t, TIME_NegInfinity + 1, TIME_PosInfinity - 1));
 }
 
-// Runs change inside a hold of its own unless one is open already.
+// Runs change inside a hold of its own unless one is open already. A hold in which nothing was
+// recorded leaves no undo entry.
 template <typename Fn>
-auto InHold(Fn change) {
+void InHold(Fn change) {
   const bool began = !theHold.Holding();
   if (began) theHold.Begin();
-  auto result = change();
-  if (began) {
-    if (result) {
-      theHold.Accept(kUndoName);
-    } else {
-      theHold.Cancel();
-    }
-  }
-  return result;
+  change();
+  if (began) theHold.Accept(kUndoName);
 }
 
 }  // namespace
@@ -375,10 +369,10 @@ INode* IKFKLink::GetNode(int index) {
 
 int IKFKLink::GetFrameNo(int index) {
   if (index < 0 || index >= GetNumTargets()) return 0;
-  const TimeValue t = pblock_->GetTimeValue(kLinkStartTimes, 0, index);
-  const int tpf = TicksPerFrame();
+  const long long t = pblock_->GetTimeValue(kLinkStartTimes, 0, index);
+  const long long tpf = TicksPerFrame();
   // Rounded down, so negative times give the frame they lie in.
-  return t >= 0 ? t / tpf : -((-t + tpf - 1) / tpf);
+  return static_cast<int>(t >= 0 ? t / tpf : -((-t + tpf - 1) / tpf));
 }
 
 bool IKFKLink::SetFrameNo(int index, int frame_no) {
@@ -390,10 +384,8 @@ bool IKFKLink::SetFrameNo(int index, int frame_no) {
   moved.start = t;
   after.erase(after.begin() + index);
   after.insert(after.begin() + InsertPosition(after, t), moved);
-  return InHold([&] {
-    ChangeLinks(this, pblock_, before, after, t, true);
-    return true;
-  });
+  InHold([&] { ChangeLinks(this, pblock_, before, after, t, true); });
+  return true;
 }
 
 bool IKFKLink::AddTarget(INode* target, int frame_no, bool keep_tm) {
@@ -407,10 +399,8 @@ bool IKFKLink::AddTarget(INode* target, int frame_no, bool keep_tm) {
   const std::vector<LinkEntry> before = ReadEntries(pblock_, count);
   std::vector<LinkEntry> after = before;
   after.insert(after.begin() + InsertPosition(after, t), LinkEntry{target, t, false});
-  return InHold([&] {
-    ChangeLinks(this, pblock_, before, after, t, keep_tm);
-    return true;
-  });
+  InHold([&] { ChangeLinks(this, pblock_, before, after, t, keep_tm); });
+  return true;
 }
 
 bool IKFKLink::DeleteTarget(int index, bool keep_tm) {
@@ -419,10 +409,8 @@ bool IKFKLink::DeleteTarget(int index, bool keep_tm) {
   std::vector<LinkEntry> after = before;
   const TimeValue t = after[static_cast<size_t>(index)].start;
   after.erase(after.begin() + index);
-  return InHold([&] {
-    ChangeLinks(this, pblock_, before, after, t, keep_tm);
-    return true;
-  });
+  InHold([&] { ChangeLinks(this, pblock_, before, after, t, keep_tm); });
+  return true;
 }
 
 int IKFKLink::AddWorld(int frame_no, bool keep_tm) {
@@ -477,7 +465,6 @@ void IKFKLink::DeleteKeys(DWORD flags) {
     for (int i = GetNumTargets() - 1; i >= 0; --i) {
       if ((flags & TRACK_DOALL) || IsKeySelected(i)) DeleteTarget(i, true);
     }
-    return true;
   });
 }
 
@@ -514,10 +501,7 @@ void IKFKLink::MapKeys(TimeMap* map, DWORD flags) {
   // Links that met at one time keep their former order.
   std::stable_sort(entries.begin(), entries.end(),
                    [](const LinkEntry& a, const LinkEntry& b) { return a.start < b.start; });
-  InHold([&] {
-    WriteEntries(pblock_, entries);
-    return true;
-  });
+  InHold([&] { WriteEntries(pblock_, entries); });
 }
 
 Interval IKFKLink::GetTimeRange(DWORD flags) {
