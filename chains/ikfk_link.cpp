@@ -11,6 +11,7 @@
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/undo/hold.h"
+#include "support/chunk_helpers.h"
 
 namespace marvolith {
 namespace {
@@ -130,20 +131,21 @@ int ActiveLink(EntryFn entry, int count, TimeValue t) {
 
 int TicksPerFrame() { return std::max(1, GetCOREInterface()->GetTicksPerFrame()); }
 
-// Runs change inside a hold of its own unless one is open already.
+// A frame number in ticks, held inside the range of TimeValue for frames far out.
+TimeValue FrameToTicks(int frame_no) {
+  const long long t = static_cast<long long>(frame_no) * TicksPerFrame();
+  return static_cast<TimeValue>(
+      std::clamp<long long>(t, TIME_NegInfinity + 1, TIME_PosInfinity - 1));
+}
+
+// Runs change inside a hold of its own unless one is open already. A hold in which nothing was
+// recorded leaves no undo entry.
 template <typename Fn>
-auto InHold(Fn change) {
+void InHold(Fn change) {
   const bool began = !theHold.Holding();
   if (began) theHold.Begin();
-  auto result = change();
-  if (began) {
-    if (result) {
-      theHold.Accept(kUndoName);
-    } else {
-      theHold.Cancel();
-    }
-  }
-  return result;
+  change();
+  if (began) theHold.Accept(kUndoName);
 }
 
 }  // namespace
@@ -241,12 +243,7 @@ RefTargetHandle IKFKLink::Clone(RemapDir& remap) {
 IOResult IKFKLink::Save(ISave*) { return IO_OK; }
 
 IOResult IKFKLink::Load(ILoad* iload) {
-  IOResult res;
-  while ((res = iload->OpenChunk()) == IO_OK) {
-    res = iload->CloseChunk();
-    if (res != IO_OK) return res;
-  }
-  return res == IO_END ? IO_OK : res;
+  return ForEachChunk(iload, [](USHORT) { return IO_OK; });  // none known: all are skipped
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -372,25 +369,23 @@ INode* IKFKLink::GetNode(int index) {
 
 int IKFKLink::GetFrameNo(int index) {
   if (index < 0 || index >= GetNumTargets()) return 0;
-  const TimeValue t = pblock_->GetTimeValue(kLinkStartTimes, 0, index);
-  const int tpf = TicksPerFrame();
+  const long long t = pblock_->GetTimeValue(kLinkStartTimes, 0, index);
+  const long long tpf = TicksPerFrame();
   // Rounded down, so negative times give the frame they lie in.
-  return t >= 0 ? t / tpf : -((-t + tpf - 1) / tpf);
+  return static_cast<int>(t >= 0 ? t / tpf : -((-t + tpf - 1) / tpf));
 }
 
 bool IKFKLink::SetFrameNo(int index, int frame_no) {
   if (index < 0 || index >= GetNumTargets()) return false;
-  const TimeValue t = frame_no * TicksPerFrame();
+  const TimeValue t = FrameToTicks(frame_no);
   const std::vector<LinkEntry> before = ReadEntries(pblock_, GetNumTargets());
   std::vector<LinkEntry> after = before;
   LinkEntry moved = after[static_cast<size_t>(index)];
   moved.start = t;
   after.erase(after.begin() + index);
   after.insert(after.begin() + InsertPosition(after, t), moved);
-  return InHold([&] {
-    ChangeLinks(this, pblock_, before, after, t, true);
-    return true;
-  });
+  InHold([&] { ChangeLinks(this, pblock_, before, after, t, true); });
+  return true;
 }
 
 bool IKFKLink::AddTarget(INode* target, int frame_no, bool keep_tm) {
@@ -400,14 +395,12 @@ bool IKFKLink::AddTarget(INode* target, int frame_no, bool keep_tm) {
   PB2Value v(::TYPE_INODE);
   v.SetINode(target);
   if (target && !GetNodeLoopValidator().Validate(v, this, kLinkTargets, count)) return false;
-  const TimeValue t = frame_no * TicksPerFrame();
+  const TimeValue t = FrameToTicks(frame_no);
   const std::vector<LinkEntry> before = ReadEntries(pblock_, count);
   std::vector<LinkEntry> after = before;
   after.insert(after.begin() + InsertPosition(after, t), LinkEntry{target, t, false});
-  return InHold([&] {
-    ChangeLinks(this, pblock_, before, after, t, keep_tm);
-    return true;
-  });
+  InHold([&] { ChangeLinks(this, pblock_, before, after, t, keep_tm); });
+  return true;
 }
 
 bool IKFKLink::DeleteTarget(int index, bool keep_tm) {
@@ -416,16 +409,14 @@ bool IKFKLink::DeleteTarget(int index, bool keep_tm) {
   std::vector<LinkEntry> after = before;
   const TimeValue t = after[static_cast<size_t>(index)].start;
   after.erase(after.begin() + index);
-  return InHold([&] {
-    ChangeLinks(this, pblock_, before, after, t, keep_tm);
-    return true;
-  });
+  InHold([&] { ChangeLinks(this, pblock_, before, after, t, keep_tm); });
+  return true;
 }
 
 int IKFKLink::AddWorld(int frame_no, bool keep_tm) {
   if (!AddTarget(nullptr, frame_no, keep_tm)) return -1;
   // The new link went after every link that starts at or before its time.
-  const TimeValue t = frame_no * TicksPerFrame();
+  const TimeValue t = FrameToTicks(frame_no);
   int index = 0;
   const int count = GetNumTargets();
   while (index + 1 < count && pblock_->GetTimeValue(kLinkStartTimes, 0, index + 1) <= t) ++index;
@@ -469,11 +460,11 @@ void IKFKLink::DeleteKeyAtTime(TimeValue t) {
 }
 
 void IKFKLink::DeleteKeys(DWORD flags) {
+  if (!(flags & TRACK_DOALL) && NumSelKeys() == 0) return;
   InHold([&] {
     for (int i = GetNumTargets() - 1; i >= 0; --i) {
       if ((flags & TRACK_DOALL) || IsKeySelected(i)) DeleteTarget(i, true);
     }
-    return true;
   });
 }
 
@@ -510,10 +501,7 @@ void IKFKLink::MapKeys(TimeMap* map, DWORD flags) {
   // Links that met at one time keep their former order.
   std::stable_sort(entries.begin(), entries.end(),
                    [](const LinkEntry& a, const LinkEntry& b) { return a.start < b.start; });
-  InHold([&] {
-    WriteEntries(pblock_, entries);
-    return true;
-  });
+  InHold([&] { WriteEntries(pblock_, entries); });
 }
 
 Interval IKFKLink::GetTimeRange(DWORD flags) {

@@ -8,6 +8,8 @@
 #include "animation/animation_manager_mod.h"
 #include "chains/ikfk_chain.h"
 #include "chains/ikfk_control.h"
+#include "chains/ikfk_display_mod.h"
+#include "chains/ikfk_link.h"
 #include "constraints/aim_constraint.h"
 #include "constraints/blend_constraints.h"
 #include "constraints/parent_constraint.h"
@@ -77,6 +79,8 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::TransformConstraint, GetTransformConstraintDesc());
   put(ClassIndex::RootConstraint, GetRootConstraintDesc());
   put(ClassIndex::RotationSpace, GetRotationSpaceDesc());
+  put(ClassIndex::IKFKLink, GetIKFKLinkDesc());
+  put(ClassIndex::IKFKDisplayMod, GetIKFKDisplayModDesc());
 }
 
 ClassTable BuildTable() {
