@@ -6,7 +6,14 @@
 #include <chrono>
 #include <vector>
 
+#include "chains/ikfk_chain.h"
+#include "chains/ikfk_scripts.h"
 #include "chains/ikfk_solver.h"
+#include "host/app/host_classes.h"
+#include "host/params/iparamb2.h"
+#include "host/scene/core_interface.h"
+#include "host/scene/inode.h"
+#include "host/undo/hold.h"
 #include "tests/support/alloc_counter.h"
 
 namespace marvolith {
@@ -84,6 +91,56 @@ BENCHMARK(BM_IKFKSolveCore)
     ->Args({5, 100})
     ->Args({5, 80})
     ->Iterations(1000000);
+
+// ---- IKFK chain in a scene ------------------------------------------------------------------
+
+/// A chain made by CreateIKFKSolver over joint_count plain joints bent in the XZ plane, with the
+/// goal pulled in so that IK bends it.
+IKFKChain* MakeSceneChain(int joint_count) {
+  RegisterHostClasses();
+  GetCOREInterface()->Reset();
+  INode* parent = nullptr;
+  INode* first = nullptr;
+  for (int i = 0; i < joint_count; ++i) {
+    INode* joint = GetCOREInterface()->CreateObjectNode(nullptr, "joint");
+    if (parent) parent->AttachChild(joint, 0);
+    const float x = 20.0f * static_cast<float>(i) / static_cast<float>(joint_count - 1);
+    joint->SetNodeTM(0, TransMatrix(Point3(x, 0, (i % 2) ? 2.0f : 0.0f)));
+    if (!first) first = joint;
+    parent = joint;
+  }
+  const FPValue args[2] = {FPValue(first), FPValue(parent)};
+  PrimitiveCall call;
+  call.args = args;
+  INode* chain_node = CreateIKFKSolver(call).AsNode();
+  theHold.Clear();
+  auto* chain = dynamic_cast<IKFKChain*>(chain_node->GetTMController());
+  chain->GoalNode()->SetNodeTM(0, TransMatrix(Point3(14, 3, 4)));
+  return chain;
+}
+
+/// One solve of a chain controller per iteration, reading its joints' FK tracks, goal and target
+/// through their member controllers, then every joint's transform from the cache; argument 0 is
+/// the joint count, argument 1 the blend in percent.
+void BM_IKFKChainSolve(benchmark::State& state) {
+  IKFKChain* chain = MakeSceneChain(static_cast<int>(state.range(0)));
+  chain->ParamBlock()->SetValue(kIKFKBlend, 0, static_cast<float>(state.range(1)) / 100.0f);
+  Matrix3 tm;
+  Interval valid = FOREVER;
+  chain->GetJointTM(0, 0, tm, valid);  // the cache takes its size
+  const int joints = chain->NumJoints();
+  const test::AllocationScope allocations;
+  const auto start = std::chrono::steady_clock::now();
+  TimeValue t = 0;
+  for (auto _ : state) {
+    t = t >= 160 * 1000 ? 0 : t + 160;  // a new frame: the cache solves again
+    for (int i = 0; i < joints; ++i) chain->GetJointTM(i, t, tm, valid);
+    benchmark::DoNotOptimize(tm);
+  }
+  ReportPerSolve(state, std::chrono::steady_clock::now() - start, allocations.Count());
+  GetCOREInterface()->Reset();
+}
+BENCHMARK(BM_IKFKChainSolve)->Args({3, 100})->Args({3, 50})->Args({5, 100})->Iterations(200000);
 
 }  // namespace
 }  // namespace marvolith
