@@ -107,8 +107,8 @@ class IKFKControl : public LockableControl, public IRefSlotCheck {
                              PartID& part_id,
                              RefMessage message,
                              bool propagate) override;
-  /// Adopts from's locked state; the value stays in the local controller, which the caller
-  /// sets.
+  /// The local controller adopts from's value (its own Copy) and this controller from's locked
+  /// state.
   void Copy(Control* from) override;
   RefTargetHandle Clone(RemapDir& remap) override;
   IOResult Save(ISave* isave) override;

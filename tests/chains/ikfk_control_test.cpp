@@ -199,6 +199,45 @@ TEST_F(IKFKChainTest, SolvingAgainAllocatesNothing) {
   }
 }
 
+TEST_F(IKFKChainTest, JointWritesInIKMatchFirstAndTheEndMovesTheGoal) {
+  const Limb limb = MakeLimb(Bones(ArmPoints()));
+  ASSERT_TRUE(limb.chain);
+  limb.Params()->SetValue(kIKFKAutoMatch, 0, true);
+  limb.goal->SetNodeTM(0, At({14, 3, 4}));
+  const std::vector<Matrix3> ik = limb.Pose();
+  // Turning the end joint while IK shows: the goal takes the new turn, so the joint shows it.
+  Matrix3 want = ik[2];
+  want.PreRotateZ(0.5f);
+  limb.members[2]->SetNodeTM(0, want);
+  EXPECT_MATRIX3_NEAR(limb.members[2]->GetNodeTM(0), want, 1e-3f);
+  EXPECT_POINT3_NEAR(limb.goal->GetNodeTM(0).GetTrans(), want.GetTrans(), 1e-3f);
+  // The FK tracks took the IK pose before the write: FK shows the same limb.
+  limb.Params()->SetValue(kIKFKBlend, 0, 0.0f);
+  for (size_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE(::testing::Message() << "joint " << i);
+    EXPECT_MATRIX3_NEAR(limb.members[i]->GetNodeTM(0), i < 2 ? ik[i] : want, 1e-3f);
+  }
+}
+
+TEST_F(IKFKChainTest, DeletedGoalLeavesTheFKPoseUntilUndone) {
+  const Limb limb = MakeLimb(Bones(ArmPoints()));
+  ASSERT_TRUE(limb.chain);
+  limb.goal->SetNodeTM(0, At({14, 3, 4}));
+  const std::vector<Matrix3> ik = limb.Pose();
+  Undoable("delete goal", [&] { GetCOREInterface()->DeleteNode(limb.goal); });
+  EXPECT_EQ(limb.chain->GoalNode(), nullptr);
+  for (size_t i = 0; i < 3; ++i) {
+    EXPECT_MATRIX3_NEAR(limb.members[i]->GetNodeTM(0), limb.bones[i]->GetNodeTM(0), 1e-4f);
+  }
+  EXPECT_TRUE(ChainsAgreeWithFreshSolve(0));
+  ASSERT_TRUE(theHold.Undo());
+  ASSERT_NE(limb.chain->GoalNode(), nullptr);
+  for (size_t i = 0; i < 3; ++i) {
+    EXPECT_MATRIX3_NEAR(limb.members[i]->GetNodeTM(0), ik[i], 1e-4f);
+  }
+  EXPECT_TRUE(ChainsAgreeWithFreshSolve(0));
+}
+
 TEST_F(IKFKChainTest, DisplayDrawsBonesGoalAndTarget) {
   const Limb limb = MakeLimb(Bones(ArmPoints()));
   ASSERT_TRUE(limb.chain);
