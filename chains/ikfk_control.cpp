@@ -299,7 +299,7 @@ void IKFKControl::SetJoint(
     IKFKChain& chain, TimeValue t, SetXFormPacket pk, int commit, GetSetMethod method) {
   const int index = Index();
   const int count = chain.NumJoints();
-  if (index < 0 || index >= count) return;
+  if (index < 0 || index >= count || !chain.ParamBlock()) return;
   // At full IK the FK pose is not what the user sees: with auto matching it first takes the
   // visible pose, so that the edit starts from there.
   const bool hidden_fk = chain.ParamBlock()->GetFloat(kIKFKBlend, t) >= 1.0f;

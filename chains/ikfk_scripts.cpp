@@ -129,4 +129,8 @@ FPValue CreateIKFKSolver(const PrimitiveCall& call) {
 
 void RegisterIKFKScriptFunctions() { RegisterScriptPrimitive(kFunction, &CreateIKFKSolver); }
 
+void UnRegisterIKFKScriptFunctions() {
+  if (FindScriptPrimitive(kFunction) == &CreateIKFKSolver) UnRegisterScriptPrimitive(kFunction);
+}
+
 }  // namespace marvolith

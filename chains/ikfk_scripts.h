@@ -20,5 +20,7 @@ FPValue CreateIKFKSolver(const PrimitiveCall& call);
 
 /// Registers the functions above with the script interpreter (module start-up).
 void RegisterIKFKScriptFunctions();
+/// Removes them again (module shut-down: the module's code may be unloaded after it).
+void UnRegisterIKFKScriptFunctions();
 
 }  // namespace marvolith

@@ -31,6 +31,7 @@ int InitializeModule() {
 int ShutdownModule() {
   UnRegisterNotification(&OnSystemStartup, nullptr, NOTIFY_SYSTEM_STARTUP);
   UnRegisterNotification(&OnSystemShutdown, nullptr, NOTIFY_SYSTEM_SHUTDOWN);
+  UnRegisterIKFKScriptFunctions();
   RunShutdownRoutine();
   // TODO(fbx): release the FBX manager singleton here once the FBX bridge makes one.
   return 1;

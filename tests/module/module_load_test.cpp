@@ -9,6 +9,7 @@
 
 #include "host/core/reference.h"
 #include "host/registry/class_desc.h"
+#include "host/script/script_primitives.h"
 #include "tests/module/module_test_support.h"
 
 namespace marvolith::test {
@@ -194,6 +195,7 @@ TEST_F(ModuleTest, ShutdownNotificationThenLibShutdownRunsTheRoutineTwiceSafely)
   EXPECT_EQ(ex_.LibInitialize(), 1);
   EXPECT_EQ(NumNotificationCallbacks(NOTIFY_SYSTEM_SHUTDOWN), shutdown_callbacks_before_ + 1);
   EXPECT_EQ(NumNotificationCallbacks(NOTIFY_SYSTEM_STARTUP), startup_callbacks);
+  EXPECT_NE(FindScriptPrimitive("CreateIKFKSolver"), nullptr);
 
   // The host's exit: the notification, then LibShutdown, then the classes leave the directory.
   UnloadPlugins();
@@ -201,6 +203,7 @@ TEST_F(ModuleTest, ShutdownNotificationThenLibShutdownRunsTheRoutineTwiceSafely)
   EXPECT_EQ(NumNotificationCallbacks(NOTIFY_SYSTEM_SHUTDOWN), shutdown_callbacks_before_);
   EXPECT_EQ(ClassDirectory::Get().FindClass(OSM_CLASS_ID, Class_ID(0x45596d58, 0x1e847b03)),
             nullptr);
+  EXPECT_EQ(FindScriptPrimitive("CreateIKFKSolver"), nullptr) << "no function left dangling";
   UnloadPlugins();  // nothing left: nothing happens
 }
 
