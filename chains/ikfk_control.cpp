@@ -310,10 +310,25 @@ void IKFKControl::SetJoint(
   // turned by the rotation space for the first joint.
   Interval ignored = FOREVER;
   if (index == 0) {
-    Matrix3 parent_ws = chain.ChainParentTM(t, ignored);
-    const Quat delta = chain.RotationSpaceDelta(t, ignored);
-    if (!delta.IsIdentity()) parent_ws.PreRotate(delta);
+    const Matrix3 parent_ws = chain.ChainParentTM(t, ignored);
     pk.tmParent = parent_ws;
+    const Quat delta = chain.RotationSpaceDelta(t, ignored);
+    // The solve turns joint 0 by the space after its FK rotation and before its position:
+    // world = S * R(q) * R(delta) * T(p) * P. Its position lives in P unturned, so a move is
+    // given in P; anything that keeps or names the position p moves the FK track in
+    // E = T(-p) * R(delta) * T(p) * P, since (S * R(q) * T(p)) * E is that world.
+    if (!delta.IsIdentity() && pk.command != XFORM_MOVE) {
+      Point3 p, scale;
+      Quat rot;
+      if (pk.command == XFORM_SET) {
+        p = (pk.tmAxis * Inverse(parent_ws)).GetTrans();
+      } else {
+        LocalValues(t, p, rot, scale, ignored);
+      }
+      Matrix3 turn;
+      delta.MakeMatrix(turn);
+      pk.tmParent = TransMatrix(-p) * turn * TransMatrix(p) * parent_ws;
+    }
   } else {
     chain.GetJointTM(index - 1, t, pk.tmParent, ignored);
   }

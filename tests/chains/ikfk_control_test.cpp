@@ -30,24 +30,32 @@ void ExpectPositionsNear(const std::vector<Matrix3>& a, const std::vector<Matrix
 }  // namespace
 
 TEST_F(IKFKChainTest, RotationSpaceTurnsTheFKRootAndMatchesUndoIt) {
-  const Limb limb = MakeLimb(Bones(ArmPoints()));
+  // The arm starts away from its parent's origin, so that turning about the root differs from
+  // turning about the parent.
+  INode* torso = Node("torso", At({1, 0, 1}));
+  std::vector<Point3> points = ArmPoints();
+  for (Point3& p : points) p += Point3(3, 2, 1);
+  const Limb limb = MakeLimb(Bones(points, torso));
   ASSERT_TRUE(limb.chain);
   IParamBlock2* pb = limb.Params();
   INode* space = Node("space");
   pb->SetValue(kIKFKRotationSpaceNode, 0, space);
   pb->SetValue(kIKFKBlend, 0, 0.0f);
   const std::vector<Matrix3> rest = limb.Pose();
-  Matrix3 turned = RotateZMatrix(1.5707963f);
-  space->SetNodeTM(0, turned);
+  const Point3 root = rest[0].GetTrans();
+  auto about_root = [&](float angle) {
+    return TransMatrix(-root) * RotateZMatrix(angle) * TransMatrix(root);
+  };
+  space->SetNodeTM(0, RotateZMatrix(1.5707963f));
   // The whole FK arm turns with the space about its root.
   for (size_t i = 0; i < rest.size(); ++i) {
     SCOPED_TRACE(::testing::Message() << "joint " << i);
-    EXPECT_MATRIX3_NEAR(limb.members[i]->GetNodeTM(0), rest[i] * turned, 1e-4f);
+    EXPECT_MATRIX3_NEAR(limb.members[i]->GetNodeTM(0), rest[i] * about_root(1.5707963f), 1e-4f);
   }
   // Half the weight, half the turn.
   pb->SetValue(kIKFKRotationSpace, 0, 0.5f);
   EXPECT_POINT3_NEAR(limb.members[2]->GetNodeTM(0).GetTrans(),
-                     rest[2].GetTrans() * RotateZMatrix(0.7853982f), 1e-3f);
+                     rest[2].GetTrans() * about_root(0.7853982f), 1e-3f);
   pb->SetValue(kIKFKRotationSpace, 0, 1.0f);
 
   // A joint write under the space lands where asked.
@@ -55,6 +63,17 @@ TEST_F(IKFKChainTest, RotationSpaceTurnsTheFKRootAndMatchesUndoIt) {
   want.PreRotateY(-0.3f);
   limb.members[0]->SetNodeTM(0, want);
   EXPECT_MATRIX3_NEAR(limb.members[0]->GetNodeTM(0), want, 1e-4f);
+  want.SetTrans(want.GetTrans() + Point3(0, 0, 2));
+  limb.members[0]->SetNodeTM(0, want);
+  EXPECT_MATRIX3_NEAR(limb.members[0]->GetNodeTM(0), want, 1e-4f) << "and moved";
+  limb.members[0]->Move(0, Matrix3(), Point3(1, -1, 0));
+  EXPECT_POINT3_NEAR(limb.members[0]->GetNodeTM(0).GetTrans(), want.GetTrans() + Point3(1, -1, 0),
+                     1e-4f);
+  want = limb.members[0]->GetNodeTM(0);
+  const Point3 o = want.GetTrans();
+  limb.members[0]->Rotate(0, Matrix3(), AngAxis(Point3(0, 0, 1), 0.3f), true);
+  want = want * TransMatrix(-o) * RotAngleAxisMatrix(Point3(0, 0, 1), 0.3f) * TransMatrix(o);
+  EXPECT_MATRIX3_NEAR(limb.members[0]->GetNodeTM(0), want, 1e-4f) << "and turned";
 
   // IK and back: the FK pose comes back with the space's turn taken out of the FK track.
   const std::vector<Matrix3> fk = limb.Pose();
