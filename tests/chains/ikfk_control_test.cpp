@@ -107,6 +107,20 @@ TEST_F(IKFKChainTest, AutomaticStretchFoldsIntoManualStretch) {
   EXPECT_NEAR(pb->GetFloat(kIKFKManualStretch), 1.0f, 1e-6f);
 }
 
+TEST_F(IKFKChainTest, MatchIKPushesTheGoalOutOfTheSoftZone) {
+  const Limb limb = MakeLimb(Bones(ArmPoints()));  // nearly straight: inside a wide soft zone
+  ASSERT_TRUE(limb.chain);
+  IParamBlock2* pb = limb.Params();
+  pb->SetValue(kIKFKSoftIK, 0, 0.3f);
+  pb->SetValue(kIKFKBlend, 0, 0.0f);
+  const std::vector<Matrix3> fk = limb.Pose();
+  limb.chain->MatchIK(true);
+  const Point3 goal = limb.goal->GetNodeTM(0).GetTrans();
+  EXPECT_GT(goal.x, fk.back().GetTrans().x + 0.01f) << "the goal sits beyond the end";
+  pb->SetValue(kIKFKBlend, 0, 1.0f);
+  ExpectPositionsNear(limb.Pose(), fk, 1e-3f);
+}
+
 TEST_F(IKFKChainTest, MatchIKWithoutTargetWritesTheSwivel) {
   for (const auto& points : {ArmPoints(), LegPoints()}) {
     SCOPED_TRACE(::testing::Message() << points.size() << " joints");
