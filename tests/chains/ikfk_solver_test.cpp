@@ -358,7 +358,7 @@ TEST(IKFKSolver, NoIterationsKeepsTheBiasAdjustedFKBend) {
 TEST(IKFKSolver, DegenerateChainsStayFinite) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   for (int n = 0; n <= 6; ++n) {
-    for (int c = 0; c < 5; ++c) {
+    for (int c = 0; c < 6; ++c) {
       SCOPED_TRACE(::testing::Message() << n << " joints, case " << c);
       Rig r;
       r.joints.resize(n);
@@ -384,6 +384,10 @@ TEST(IKFKSolver, DegenerateChainsStayFinite) {
       if (c == 4 && n > 0) {  // every bone and the goal on the root
         for (IKFKJointFK& j : r.joints) j.position = Point3();
         r.in.target_active = false;
+      }
+      if (c == 5) {  // a goal and a target that evaluated to NaN
+        r.in.goal_ws = TransMatrix(Point3(nan, 0, 0));
+        r.in.target_ws = ScaleMatrix(Point3(nan, nan, nan));
       }
       ASSERT_TRUE(r.Solve());
       EXPECT_TRUE(AllFinite(r));
