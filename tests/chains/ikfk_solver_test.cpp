@@ -358,7 +358,7 @@ TEST(IKFKSolver, NoIterationsKeepsTheBiasAdjustedFKBend) {
 TEST(IKFKSolver, DegenerateChainsStayFinite) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   for (int n = 0; n <= 6; ++n) {
-    for (int c = 0; c < 6; ++c) {
+    for (int c = 0; c < 7; ++c) {
       SCOPED_TRACE(::testing::Message() << n << " joints, case " << c);
       Rig r;
       r.joints.resize(n);
@@ -385,12 +385,19 @@ TEST(IKFKSolver, DegenerateChainsStayFinite) {
         for (IKFKJointFK& j : r.joints) j.position = Point3();
         r.in.target_active = false;
       }
-      if (c == 5) {  // a goal and a target that evaluated to NaN
-        r.in.goal_ws = TransMatrix(Point3(nan, 0, 0));
-        r.in.target_ws = ScaleMatrix(Point3(nan, nan, nan));
+      if (c == 5) {  // a target that evaluated to NaN
+        r.SetGoalPs(Point3(2, 1, 0));
+        r.in.target_ws = TransMatrix(Point3(nan, 1, 0));
       }
+      if (c == 6) r.in.goal_ws = TransMatrix(Point3(nan, 0, 0));  // likewise the goal
       ASSERT_TRUE(r.Solve());
       EXPECT_TRUE(AllFinite(r));
+      if (c == 5) {  // the NaN target counts as none
+        const std::vector<Point3> with_nan = r.pos;
+        r.in.target_active = false;
+        ASSERT_TRUE(r.Solve());
+        for (int i = 0; i < n; ++i) EXPECT_POINT3_NEAR(with_nan[i], r.pos[i], 0.0f);
+      }
     }
   }
 }
