@@ -123,10 +123,8 @@ Quat SwivelRotation(const IKFKSolveInput& in,
                     const Reach& r,
                     const Quat& qp,
                     const Matrix3& parent_inv) {
-  if (in.target_active) {
-    const Point3 target = parent_inv.PointTransform(in.target_ws.GetTrans());
-    return Quat(LookFrame(r.root, r.goal, target));
-  }
+  const Point3 target = parent_inv.PointTransform(in.target_ws.GetTrans());
+  if (in.target_active && IsFinite(target)) return Quat(LookFrame(r.root, r.goal, target));
   const Quat qp_eff =
       EffectivePreferredRotation(qp, in.parent_space, in.swivel_space_ws, in.parent_ws);
   return SwivelFrame(r.root, r.goal, qp_eff, prm.swivel_angle);
@@ -412,6 +410,7 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
     Reach r;
     r.root = ws.positions[0];
     r.goal = parent_inv.PointTransform(in.goal_ws.GetTrans());
+    if (!IsFinite(r.goal)) r.goal = r.root;  // no usable goal: it sits on the root
     r.distance = (r.goal - r.root).Length();
     r.length = ChainLength(ws.positions);
     if (n <= 2) {
@@ -430,7 +429,8 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
       // goal rotation * Inverse(rotation of joint n - 2).
       Quat above;
       for (std::size_t i = 0; i + 1 < n; ++i) above = ws.ik[i] * above;
-      ws.ik[n - 1] = RotationOf(in.goal_ws * parent_inv) * Conjugate(above);
+      const Quat goal_rot = RotationOf(in.goal_ws * parent_inv);
+      if (IsFinite(goal_rot)) ws.ik[n - 1] = goal_rot * Conjugate(above);
     }
   }
 

@@ -157,7 +157,11 @@ struct IKFKWorkspace {
 /// Solves the chain of in.joints_fk into out, using ws as scratch. Returns false (and writes
 /// nothing) when an output span's size differs from the joint count, or preferred_ls is neither
 /// empty nor of that size. Zero-length bones, a goal on the root or a target on the root-goal
-/// line give finite results. Allocates nothing once ws holds the joint count.
+/// line give finite results; a goal with a non-finite position sits on the root, a non-finite
+/// target counts as none, and non-finite FK values read as the rest pose (the parent transform
+/// is used as given). One joint aims its +X at the goal; the last joint takes the goal's rotation
+/// (last_joint_ik_rotation) from two joints on, with two joints not while partial is 1.
+/// Allocates nothing once ws holds the joint count.
 [[nodiscard]] bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws);
 
 /// The soft-zone limit: for a chain of length L with a zone of width z = soft_ik * L, a goal at

@@ -8,70 +8,14 @@
 #include <limits>
 #include <vector>
 
-#include "chains/ikfk_match.h"
 #include "host/math/geometry.h"
+#include "tests/chains/ikfk_test_rig.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/math_generators.h"
 #include "tests/support/math_matchers.h"
 
 namespace marvolith::test {
 namespace {
-
-/// A chain and the buffers of its solve, so a property states only what it varies.
-struct Rig {
-  std::vector<IKFKJointFK> joints;
-  std::vector<Quat> preferred;
-  IKFKSolveInput in;
-  IKFKWorkspace ws;
-  std::vector<Matrix3> tms;
-  std::vector<Point3> pos;
-  std::vector<Quat> rot;
-  std::vector<Quat> pref;
-  float stretch = 0.0f;
-
-  float Length() const {
-    float l = 0.0f;
-    for (std::size_t i = 1; i < joints.size(); ++i) l += joints[i].position.Length();
-    return l;
-  }
-  Point3 Root() const { return joints.empty() ? Point3() : joints[0].position; }
-  void SetGoalPs(const Point3& goal_ps) { in.goal_ws = TransMatrix(goal_ps) * in.parent_ws; }
-
-  bool Solve() {
-    in.joints_fk = joints;
-    in.preferred_ls = preferred;
-    tms.resize(joints.size());
-    pos.resize(joints.size());
-    rot.resize(joints.size());
-    pref.resize(joints.size());
-    IKFKSolveOutput out{tms, pos, rot, pref};
-    const bool ok = SolveIKFK(in, out, ws);
-    stretch = out.stretch_factor;
-    return ok;
-  }
-};
-
-/// A chain of n joints with bones on +X of lengths in [lo, hi], each inner joint bent towards -Y
-/// by an angle in [bend_lo, bend_hi] (with a little tilt out of the plane), joint 0 placed and
-/// turned at random in its parent.
-Rig DrawRig(int n, float lo, float hi, float bend_lo, float bend_hi) {
-  Rig r;
-  r.joints.resize(n);
-  if (n > 0) {
-    r.joints[0].position = *GenPoint3(3.0f);
-    r.joints[0].rotation = *GenRotation();
-  }
-  for (int i = 1; i < n; ++i) {
-    r.joints[i].position = Point3(*GenFloat(lo, hi), 0, 0);
-    if (i + 1 < n) {
-      const Point3 axis = Normalize(Point3(*GenFloat(-0.1f, 0.1f), 0, 1));
-      r.joints[i].rotation = QFromAngAxis(*GenFloat(bend_lo, bend_hi), axis);
-    }
-  }
-  r.in.parent_ws = *GenAffine({.min_scale = 1.0f, .max_scale = 1.0f, .max_translation = 10.0f});
-  r.in.last_joint_ik_rotation = false;
-  return r;
-}
 
 /// The FK world transforms written out plainly: bones scaled by the joints above and by the
 /// manual stretch, joint 0 turned by the rotation space, each world transform with its
@@ -358,7 +302,7 @@ TEST(IKFKSolver, NoIterationsKeepsTheBiasAdjustedFKBend) {
 TEST(IKFKSolver, DegenerateChainsStayFinite) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   for (int n = 0; n <= 6; ++n) {
-    for (int c = 0; c < 5; ++c) {
+    for (int c = 0; c < 7; ++c) {
       SCOPED_TRACE(::testing::Message() << n << " joints, case " << c);
       Rig r;
       r.joints.resize(n);
@@ -385,8 +329,19 @@ TEST(IKFKSolver, DegenerateChainsStayFinite) {
         for (IKFKJointFK& j : r.joints) j.position = Point3();
         r.in.target_active = false;
       }
+      if (c == 5) {  // a target that evaluated to NaN
+        r.SetGoalPs(Point3(2, 1, 0));
+        r.in.target_ws = TransMatrix(Point3(nan, 1, 0));
+      }
+      if (c == 6) r.in.goal_ws = TransMatrix(Point3(nan, 0, 0));  // likewise the goal
       ASSERT_TRUE(r.Solve());
       EXPECT_TRUE(AllFinite(r));
+      if (c == 5) {  // the NaN target counts as none
+        const std::vector<Point3> with_nan = r.pos;
+        r.in.target_active = false;
+        ASSERT_TRUE(r.Solve());
+        for (int i = 0; i < n; ++i) EXPECT_POINT3_NEAR(with_nan[i], r.pos[i], 0.0f);
+      }
     }
   }
 }
