@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "animation/animation_manager_mod.h"
+#include "chains/ikfk_chain.h"
+#include "chains/ikfk_control.h"
 #include "chains/ikfk_display_mod.h"
 #include "chains/ikfk_link.h"
 #include "constraints/aim_constraint.h"
@@ -64,6 +66,8 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::ScaleConnection, GetScaleConnectionDesc());
   put(ClassIndex::TwistPosesFloat, GetTwistPosesFloatDesc());
   put(ClassIndex::TwistPosesRotation, GetTwistPosesRotationDesc());
+  put(ClassIndex::IKFKChain, GetIKFKChainDesc());
+  put(ClassIndex::IKFKControl, GetIKFKControlDesc());
   put(ClassIndex::DummyFloat, GetDummyFloatDesc());
   put(ClassIndex::DummyRotation, GetDummyRotationDesc());
   put(ClassIndex::RotationXYZ, GetRotationXYZDesc());

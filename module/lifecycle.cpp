@@ -1,6 +1,7 @@
 // Copyright Marvolith contributors.
 #include "module/lifecycle.h"
 
+#include "chains/ikfk_scripts.h"
 #include "controllers/rig_control.h"
 #include "host/scene/core_interface.h"
 
@@ -23,6 +24,7 @@ int InitializeModule() {
   // callbacks below.
   RegisterNotification(&OnSystemStartup, nullptr, NOTIFY_SYSTEM_STARTUP);
   RegisterNotification(&OnSystemShutdown, nullptr, NOTIFY_SYSTEM_SHUTDOWN);
+  RegisterIKFKScriptFunctions();
   return 1;
 }
 

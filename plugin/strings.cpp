@@ -22,6 +22,7 @@ constexpr StringEntry kStrings[] = {
     {102, ""},
     {256, "Vertical Offset"},
     {702, "Reset Length"},
+    {759, "Create IKFK Solver"},
     {962, "Animation Layers Active Filter"},
     {1000, "Static Float"},
     {1001, "Step Float"},

@@ -16,6 +16,8 @@ inline constexpr int IDS_ANIM_LAYERS_ACTIVE_FILTER = 962;
 inline constexpr int IDS_UP_AXIS_FLIP = 53;
 /// The undo entry of StretchConstraint::ResetLength.
 inline constexpr int IDS_RESET_LENGTH = 702;
+/// The undo entry of CreateIKFKSolver.
+inline constexpr int IDS_CREATE_IKFK_SOLVER = 759;
 
 // AnimationManagerMod's parameter labels; `group` shares the label of `tags`.
 inline constexpr int IDS_AM_TAGS = 2000;

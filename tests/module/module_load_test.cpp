@@ -35,8 +35,6 @@ const std::set<std::string> kPendingClasses = {
     "UI2DSpinner",
     "UIPanelHolder",
     "Rig",
-    "IKFKChain",
-    "IKFKControl",
     "PoseKit",
     "PoseKitHolder",
     "LimbAttrib",
