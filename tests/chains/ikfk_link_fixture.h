@@ -1,7 +1,6 @@
 // Copyright Marvolith contributors.
 // A scene per test with IKFKLink and IKFKDisplayMod registered, and a transform controller that
-// holds a link the way the goal of a chain does: the link's matrix is the parent of a local
-// transform track.
+// holds a link as a chain's goal does: the link's matrix is the parent of a local track.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,13 +21,14 @@
 #include "tests/support/math_matchers.h"
 #include "tests/support/scene_checks.h"
 #include "tests/support/scene_objects.h"
-#include "tests/support/test_objects.h"
 
 namespace marvolith::test {
 
-/// Transform controller with an IKFKLink (reference 0) over a local track (reference 1, the
-/// host's default transform controller): world = local * link, or local * parent while the link
-/// has no links. Writes and ChangeParents go to the local track under the link's matrix.
+/// Ticks per frame at the default frame rate.
+inline constexpr TimeValue kFrame = 160;
+
+/// world = local * link (local * parent while the link has no links); reference 0 the link,
+/// 1 the host's default transform as the local track, which takes writes and ChangeParents.
 class LinkedTransform : public Control {
  public:
   static constexpr Class_ID kClassID{0x7e57, 0x1a0};
@@ -37,33 +37,26 @@ class LinkedTransform : public Control {
     ReplaceReference(0, new IKFKLink);
     ReplaceReference(1, NewDefaultMatrix3Controller());
   }
-
   IKFKLink* Link() { return link_; }
-
   Class_ID ClassID() override { return kClassID; }
   SClass_ID SuperClassID() override { return CTRL_MATRIX3_CLASS_ID; }
-  void GetClassName(MSTR& s, bool = true) const override { s = "Linked Transform"; }
   int NumRefs() override { return 2; }
   RefTargetHandle GetReference(int i) override {
     return i == 0 ? static_cast<RefTargetHandle>(link_) : i == 1 ? local_ : nullptr;
   }
-  int NumSubs() override { return 2; }
-  Animatable* SubAnim(int i) override { return GetReference(i); }
   RefResult NotifyRefChanged(const Interval&, RefTargetHandle, PartID&, RefMessage, bool) override {
     return REF_SUCCEED;
   }
-
   void GetValue(TimeValue t, void* val, Interval& valid, GetSetMethod) override {
     auto* tm = static_cast<Matrix3*>(val);
     if (link_) link_->Evaluate(t, *tm, valid);
     if (local_) local_->GetValue(t, tm, valid, CTRL_RELATIVE);
   }
   void SetValue(TimeValue t, void* val, int commit, GetSetMethod method) override {
-    if (!local_) return;
     SetXFormPacket pk = *static_cast<SetXFormPacket*>(val);
     Interval ignored = FOREVER;
     if (link_) link_->Evaluate(t, pk.tmParent, ignored);
-    local_->SetValue(t, &pk, commit, method);
+    if (local_) local_->SetValue(t, &pk, commit, method);
   }
   bool ChangeParents(TimeValue t,
                      const Matrix3& old_parent,
@@ -71,9 +64,6 @@ class LinkedTransform : public Control {
                      const Matrix3& tm) override {
     return local_ && local_->ChangeParents(t, old_parent, new_parent, tm);
   }
-
-  IOResult Save(ISave*) override { return IO_OK; }
-  IOResult Load(ILoad*) override { return IO_OK; }
   RefTargetHandle Clone(RemapDir& remap) override {
     auto* c = new LinkedTransform(true);
     c->ReplaceReference(0, remap.CloneRef(link_));
@@ -93,18 +83,10 @@ class LinkedTransform : public Control {
   Control* local_ = nullptr;
 };
 
-class LinkedTransformClassDesc : public ClassDesc2 {
+class LinkedTransformDesc : public TestClassDesc<LinkedTransform, CTRL_MATRIX3_CLASS_ID> {
  public:
-  bool IsPublic() override { return false; }
   Animatable* Create(bool loading) override { return new LinkedTransform(loading); }
-  const char* ClassName() override { return "Linked Transform"; }
-  SClass_ID SuperClassID() override { return CTRL_MATRIX3_CLASS_ID; }
-  Class_ID ClassID() override { return LinkedTransform::kClassID; }
-  const char* Category() override { return "Test"; }
 };
-
-/// Ticks per frame at the default frame rate.
-inline constexpr TimeValue kFrame = 160;
 
 class IKFKLinkTest : public ::testing::Test {
  protected:
@@ -112,14 +94,13 @@ class IKFKLinkTest : public ::testing::Test {
     RegisterHostClasses();
     RegisterSceneTestClasses();
     instance_ = GetModuleInstance();
-    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
-    static LinkedTransformClassDesc linked_cd;
+    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));  // the class names are the module's
+    static LinkedTransformDesc linked_cd;
     for (ClassDesc2* cd :
          {GetIKFKLinkDesc(), GetIKFKDisplayModDesc(), static_cast<ClassDesc2*>(&linked_cd)}) {
       if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
     }
     GetCOREInterface()->Reset();
-    ASSERT_EQ(GetCOREInterface()->GetTicksPerFrame(), kFrame);
   }
   void TearDown() override {
     AnimateOff();
@@ -129,42 +110,35 @@ class IKFKLinkTest : public ::testing::Test {
     SetModuleInstance(instance_);
   }
 
-  /// A plain node at world transform tm.
+  /// A node at world transform tm.
   static INode* Node(const char* name, const Matrix3& tm = Matrix3()) {
     INode* node = GetCOREInterface()->CreateObjectNode(nullptr, name);
     node->SetNodeTM(0, tm);
     return node;
   }
-  /// A node whose TestTransform moves it linearly from `from` (frame 0) to `to` (frame 100).
-  static INode* MovingNode(const char* name,
-                           const Point3& from,
-                           const Point3& to,
-                           float turn_to = 0.0f) {
+  /// A node moving linearly from `from` at frame 0 to `to` at frame 100, turning by turn_z.
+  static INode* MovingNode(const char* name, const Point3& from, const Point3& to, float turn_z) {
     INode* node = GetCOREInterface()->CreateObjectNode(nullptr, name);
     auto* c = new TestTransform;
     node->SetTMController(c);
     c->AddKey(0, from, 0.0f);
-    c->AddKey(100 * kFrame, to, turn_to);
+    c->AddKey(100 * kFrame, to, turn_z);
     return node;
   }
-  /// A node on a LinkedTransform, with local transform `local` under its links.
-  static INode* Owner(const char* name, const Matrix3& local) {
-    INode* node = GetCOREInterface()->CreateObjectNode(nullptr, name);
-    auto* c = new LinkedTransform;
-    node->SetTMController(c);
-    SetXFormPacket pk(local, Matrix3());
-    c->SetValue(0, &pk, 1, CTRL_RELATIVE);
+  /// A node on a LinkedTransform whose local track holds `local`.
+  static INode* Owner(const Matrix3& local) {
+    INode* node = GetCOREInterface()->CreateObjectNode(nullptr, "owner");
+    node->SetTMController(new LinkedTransform);
+    node->SetNodeTM(0, local);
     return node;
   }
   static IKFKLink* LinkOf(INode* owner) {
     return static_cast<LinkedTransform*>(owner->GetTMController())->Link();
   }
-
-  template <typename F>
-  static void Undoable(const char* name, F&& edit) {
-    theHold.Begin();
-    edit();
-    theHold.Accept(name);
+  /// The world transform evaluated afresh.
+  static Matrix3 World(INode* n, TimeValue t) {
+    n->InvalidateTM();
+    return n->GetNodeTM(t);
   }
 
   /// Saves the scene, loads it back and saves again: both files must be the same bytes.
@@ -182,7 +156,7 @@ class IKFKLinkTest : public ::testing::Test {
   HINSTANCE instance_ = nullptr;
 };
 
-/// A transform with a turn about Z and a position, to tell matrices apart.
+/// A turn about Z and a position, to tell matrices apart.
 inline Matrix3 Pose(float turn_z, const Point3& pos) {
   Matrix3 m = RotateZMatrix(turn_z);
   m.SetTrans(pos);
