@@ -661,7 +661,7 @@ int IKFKChain::Display(TimeValue t, INode* inode, ViewExp* vpt, int) {
   const int count = static_cast<int>(joint_tms_.size());
   if (count == 0) return 0;
   gw->setTransform(Matrix3());
-  // Bones: from the chain's parent origin through every joint.
+  // Bones: a line from each joint to the next.
   Point3 line[2];
   for (int i = 1; i < count; ++i) {
     line[0] = joint_tms_[static_cast<std::size_t>(i - 1)].GetTrans();

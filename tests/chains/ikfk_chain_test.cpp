@@ -3,6 +3,7 @@
 // both ways, the cache against moving nodes and undo, files, script errors.
 #include <cmath>
 
+#include "controllers/rig_control.h"
 #include "host/core/clock.h"
 #include "host/script/script_errors.h"
 #include "tests/chains/ikfk_chain_fixture.h"
@@ -135,6 +136,13 @@ TEST_F(IKFKChainTest, GoalMovedByItsParentIsFollowedAtTheSameTime) {
   shoulder->AttachChild(limb.members[0], 1);
   shoulder->SetNodeTM(0, At({0, 0, 3}));
   EXPECT_POINT3_NEAR(limb.members[0]->GetNodeTM(0).GetTrans(), Point3(0, 0, 3), 1e-4f);
+  EXPECT_TRUE(ChainsAgreeWithFreshSolve(0));
+  // A rig transform as the parent is evaluated from its own parent.
+  ASSERT_TRUE(shoulder->SetTMController(new RigControl));
+  INode* torso = Node("torso");
+  torso->AttachChild(shoulder, 1);
+  torso->SetNodeTM(0, At({2, 1, 0}));
+  EXPECT_POINT3_NEAR(limb.members[0]->GetNodeTM(0).GetTrans(), Point3(2, 1, 3), 1e-4f);
   EXPECT_TRUE(ChainsAgreeWithFreshSolve(0));
 }
 
