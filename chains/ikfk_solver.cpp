@@ -73,7 +73,7 @@ Params ReadParams(const IKFKSolveInput& in) {
           FiniteOr(in.swivel_angle, 0.0f)};
 }
 
-/// The reach of the IK part: where the goal is, how far, and the chain's length, after the soft
+/// The reach of the IK solve: where the goal is, how far, and the chain's length, after the soft
 /// zone and the automatic stretch (which scale the bones in place).
 struct Reach {
   Point3 root;
