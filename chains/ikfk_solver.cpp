@@ -73,7 +73,7 @@ Params ReadParams(const IKFKSolveInput& in) {
           FiniteOr(in.swivel_angle, 0.0f)};
 }
 
-/// The reach of the IK part: where the goal is, how far, and the chain's length, after the soft
+/// The reach of the IK solve: where the goal is, how far, and the chain's length, after the soft
 /// zone and the automatic stretch (which scale the bones in place).
 struct Reach {
   Point3 root;
@@ -333,7 +333,7 @@ void SolveNJoint(const IKFKSolveInput& in,
 
 void IKFKWorkspace::Resize(std::size_t joint_count) {
   for (auto* v : {&positions, &scales, &axes}) v->resize(joint_count);
-  for (auto* v : {&fk, &ik, &preferred, &bases, &world_a, &world_b}) v->resize(joint_count);
+  for (auto* v : {&fk, &ik, &preferred, &bases, &blended}) v->resize(joint_count);
   for (auto* v : {&angles, &previous, &bracket}) v->resize(joint_count);
 }
 
@@ -443,11 +443,11 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
       ik_above = ws.ik[i] * ik_above;
       Quat ik_world = ik_above;
       ik_world.MakeClosest(fk_above);
-      const Quat blended = prm.w > 0.0f ? Slerp(fk_above, ik_world, prm.w) : fk_above;
-      ws.world_a[i] = prm.w > 0.0f ? blended * Conjugate(blend_above) : ws.fk[i];
-      blend_above = blended;
+      const Quat world = prm.w > 0.0f ? Slerp(fk_above, ik_world, prm.w) : fk_above;
+      ws.blended[i] = prm.w > 0.0f ? world * Conjugate(blend_above) : ws.fk[i];
+      blend_above = world;
     }
-    result = ws.world_a.data();
+    result = ws.blended.data();
   }
   if (in.partial >= 0 && static_cast<std::size_t>(in.partial) < n) {
     for (std::size_t i = 0; i < n; ++i) {

@@ -150,8 +150,7 @@ struct IKFKWorkspace {
   std::vector<float> angles;      ///< N-joint: bend angles being searched
   std::vector<float> previous;    ///< N-joint: angles of the former step
   std::vector<float> bracket;     ///< N-joint: the retained end of the bracket
-  std::vector<Quat> world_a;      ///< per-joint rotation temporaries
-  std::vector<Quat> world_b;
+  std::vector<Quat> blended;      ///< local rotations after the blend toward FK
 };
 
 /// Solves the chain of in.joints_fk into out, using ws as scratch. Returns false (and writes
