@@ -39,10 +39,13 @@ enum IKFKLinkFunction : FunctionID {
   kLinkAddWorld = 6,
 };
 
-/// The published interface of IKFKLink ("interface"). Link indices are 0-based here; script
-/// passes them 1-based. Out-of-range indices answer false, 0 or null and change nothing. Each
-/// change is undoable; with keep_tm the owner node (the node whose transform controller holds
-/// the link) keeps its world transform at the frame of the change.
+/// The published interface of IKFKLink ("interface"). Link indices are 0-based here. Script
+/// passes the `targetNumber` arguments (index type) 1-based; GetNode's `nodeNumber` and
+/// AddWorld's answer are plain ints and reach script unchanged, 0-based. Out-of-range indices
+/// answer false, 0 or null and change nothing. Each change is one undoable step ("IKFK Link
+/// Change" unless a hold is open); with keep_tm the owner node (the node whose transform
+/// controller holds the link, found through dependents) keeps its world transform at the frame
+/// of the change (the new start frame; a deleted link's start).
 class IIKFKLink : public FPMixinInterface {
  public:
   FPInterfaceDesc* GetDesc() override;

@@ -9,6 +9,8 @@
 #include "host/params/iparamb2.h"
 #include "tests/chains/ikfk_link_fixture.h"
 #include "tests/support/alloc_counter.h"
+#include "tests/support/chunk_bytes.h"
+#include "tests/support/controller_test_util.h"
 #include "tests/support/test_objects.h"
 
 namespace marvolith::test {
@@ -248,6 +250,14 @@ TEST_F(IKFKLinkTest, SavesLoadsAndClones) {
   EXPECT_EQ(copy->GetFrameNo(1), 12);
   EXPECT_NE(copy->GetParamBlockByID(kIKFKLinkParams), back->GetParamBlockByID(kIKFKLinkParams));
   copy->DeleteMe();
+
+  // Chunks of a later version are skipped.
+  const Bytes unknown = ContainerChunk(1, {DataChunk(0x7777, Bytes{1, 2, 3})});
+  for (ClassDesc2* cd : {GetIKFKLinkDesc(), GetIKFKDisplayModDesc()}) {
+    auto* fresh = static_cast<ReferenceTarget*>(cd->Create(true));
+    EXPECT_EQ(LoadBytes(fresh, unknown), IO_OK) << cd->ClassName();
+    fresh->DeleteMe();
+  }
 }
 
 TEST_F(IKFKLinkTest, EvaluationAllocatesNothing) {
