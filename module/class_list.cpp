@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "animation/animation_manager_mod.h"
+#include "chains/curve_ik_chain.h"
+#include "chains/curve_ik_control.h"
 #include "constraints/aim_constraint.h"
 #include "constraints/blend_constraints.h"
 #include "constraints/parent_constraint.h"
@@ -73,6 +75,8 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::TransformConstraint, GetTransformConstraintDesc());
   put(ClassIndex::RootConstraint, GetRootConstraintDesc());
   put(ClassIndex::RotationSpace, GetRotationSpaceDesc());
+  put(ClassIndex::CurveIKControl, GetCurveIKControlDesc());
+  put(ClassIndex::CurveIKChain, GetCurveIKChainDesc());
 }
 
 ClassTable BuildTable() {
