@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <new>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "host/core/reference.h"
 #include "host/interpreter/internal/runner_impl.h"
@@ -16,6 +18,7 @@
 #include "host/scene/core_interface.h"
 #include "host/script/fp_interface.h"
 #include "host/script/script_entry.h"
+#include "host/script/script_primitives.h"
 
 using namespace script_internal;
 
@@ -73,6 +76,20 @@ bool HeldBy(const ScriptValue& root, AnimHandle h) {
     }
   }
   return false;
+}
+
+// A plug-in's primitive as a native function: arguments go over in published form.
+ScriptValue PrimitiveFunction(ScriptPrimitiveFn primitive) {
+  auto function = std::make_shared<ScriptFunction>();
+  function->native = [primitive](ScriptCall& call) {
+    std::vector<FPValue> args;
+    args.reserve(call.Args().size());
+    for (const ScriptValue& a : call.Args()) args.push_back(a.ToFPValue());
+    std::vector<PrimitiveKeyArg> keys;
+    for (const ScriptKeyArg& k : call.Keys()) keys.push_back({k.name, k.value.ToFPValue()});
+    return ScriptValue(primitive(PrimitiveCall{call.Function(), args, keys, call.Time()}));
+  };
+  return ScriptValue::Function(std::move(function));
 }
 
 }  // namespace
@@ -400,6 +417,7 @@ ScriptValue ScriptRunner::Impl::Lookup(const std::string& lower) const {
   if (const GlobalEntry* g = FindGlobal(lower)) {
     return g->fn ? ScriptValue::Function(g->function) : g->getter(self);
   }
+  if (ScriptPrimitiveFn primitive = FindScriptPrimitive(lower)) return PrimitiveFunction(primitive);
   if (IsGlobalStruct(lower)) return ScriptValue::Struct(lower);
   ScriptValue builtin = BuiltinClass(lower);
   if (!builtin.IsUndefined()) return builtin;

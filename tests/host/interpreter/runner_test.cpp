@@ -17,6 +17,8 @@
 #include "host/scene/core_interface.h"
 #include "host/scene/scene.h"
 #include "host/script/script_entry.h"
+#include "host/script/script_errors.h"
+#include "host/script/script_primitives.h"
 #include "host/undo/hold.h"
 #include "tests/host/interpreter/runner_test_objects.h"
 #include "tests/support/math_matchers.h"
@@ -517,6 +519,31 @@ TEST_F(RunnerTest, GlobalRegistryTakesNewFunctionsAndStructures) {
   EXPECT_TRUE(UnRegisterScriptGlobal("testTwice"));
   EXPECT_TRUE(UnRegisterScriptGlobal("testOps.half"));
   EXPECT_EQ(Show("testTwice"), "undefined");
+}
+
+TEST_F(RunnerTest, PluginPrimitivesTakePublishedValues) {
+  // A plug-in's function sees published values: nodes by handle, undefined as a default value.
+  ASSERT_TRUE(RegisterScriptPrimitive("testKind", [](const PrimitiveCall& call) -> FPValue {
+    if (call.args.size() != 1) throw ArgCountError(std::string(call.function), 1, 0);
+    const FPValue& a = call.args[0];
+    if (a.Type() == FPType::TYPE_INODE) {
+      return a.AsNode() ? FPValue(std::string("node")) : FPValue(std::string("gone"));
+    }
+    if (a.IsUndefined()) {
+      throw RuntimeError("Expected a Node for the first argument, in function testKind");
+    }
+    const FPValue* scale = call.Key("scale");
+    return FPValue(a.AsFloat() * (scale ? scale->AsFloat() : 1.0f));
+  }));
+  EXPECT_FALSE(RegisterScriptPrimitive("TESTKIND", [](const PrimitiveCall&) { return FPValue(); }));
+  EXPECT_EQ(Show("n = TestPoint name:\"a\"; #(testKind n, testKind 2 scale:3)"),
+            "#(\"node\", 6.0)");
+  EXPECT_EQ(Show("delete n; testKind n"), "\"gone\"");
+  EXPECT_EQ(Error("testKind undefined"),
+            "-- Expected a Node for the first argument, in function testKind "
+            "(line 1, column 1)");
+  EXPECT_TRUE(UnRegisterScriptPrimitive("testkind"));
+  EXPECT_EQ(Show("testKind"), "undefined");
 }
 
 TEST_F(RunnerTest, FuzzSeedsParse) {
