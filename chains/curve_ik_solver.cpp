@@ -13,6 +13,8 @@ namespace {
 constexpr float kTwoPi = 6.2831855f;
 /// A Bezier end derivative shorter than this (squared) gives no direction to extrapolate along.
 constexpr float kMinDerivativeSquared = 1e-12f;
+/// Rows whose dot products stay below this share of their squared lengths count as orthogonal.
+constexpr float kOrthogonalTolerance = 1e-6f;
 /// Floor of the squash base, so that pow never sees zero or a negative base.
 constexpr float kMinSquashBase = 1e-6f;
 
@@ -26,6 +28,28 @@ Matrix3 MatrixOf(const Quat& q) {
   Matrix3 m;
   q.MakeMatrix(m);
   return m;
+}
+
+// The rotation of a point's transform. Quat(m) ignores row lengths, so only a skewed frame
+// needs the (costly) orthogonalisation first.
+Quat FrameRotation(const Matrix3& tm) {
+  const Point3 r0 = tm.GetRow(0), r1 = tm.GetRow(1), r2 = tm.GetRow(2);
+  const float tol =
+      kOrthogonalTolerance * (LengthSquared(r0) + LengthSquared(r1) + LengthSquared(r2));
+  if (std::fabs(DotProd(r0, r1)) <= tol && std::fabs(DotProd(r0, r2)) <= tol &&
+      std::fabs(DotProd(r1, r2)) <= tol) {
+    return Quat(tm);
+  }
+  Matrix3 frame = tm;
+  frame.NoTrans();
+  frame.Orthogonalize();
+  return Normalize(Quat(frame));
+}
+
+// v in the frame of the rotation q: v times the transpose of q's (orthonormal) matrix.
+Point3 IntoFrame(const Point3& v, const Quat& q) {
+  const Matrix3 m = MatrixOf(q);
+  return {DotProd(v, m.GetRow(0)), DotProd(v, m.GetRow(1)), DotProd(v, m.GetRow(2))};
 }
 
 // The cubic Bezier (1-u)^3 P0 + 3 (1-u)^2 u P1 + 3 (1-u) u^2 P2 + u^3 P3.
@@ -164,7 +188,7 @@ struct CurveBuilder {
       Quat q;
       if (p.use_points_rotation) {
         const Quat frame = PointRotation(k, u);
-        q = AimX(VectorTransform(tangent, MatrixOf(Inverse(frame)))) * frame;
+        q = AimX(IntoFrame(tangent, frame)) * frame;
       } else {
         q = AimX(tangent);
       }
@@ -200,11 +224,8 @@ struct CurveBuilder {
     ws.point_scales_.resize(static_cast<size_t>(ext));
     for (int j = 0; j < ext; ++j) {
       const Matrix3& tm = pts[static_cast<size_t>(j % n)].tm_cs;
-      Matrix3 frame = tm;
-      frame.NoTrans();
-      frame.Orthogonalize();
       ws.point_tms_[static_cast<size_t>(j)] = tm;
-      ws.point_rots_[static_cast<size_t>(j)] = Normalize(Quat(frame));
+      ws.point_rots_[static_cast<size_t>(j)] = FrameRotation(tm);
       ws.point_scales_[static_cast<size_t>(j)] = GetScaleLengths(tm);
     }
     ws.twists_.resize(static_cast<size_t>(n));
@@ -221,7 +242,7 @@ struct CurveBuilder {
     ws.span_count_ = spans;
     ws.controls_.resize(static_cast<size_t>(4 * spans));
     ws.curved_.resize(static_cast<size_t>(spans));
-    ws.samples_.clear();
+    size_t sample_count = 1;  // the closing sample
     for (int i = 0; i < spans; ++i) {
       Point3* c = &ws.controls_[static_cast<size_t>(4 * i)];
       c[0] = Pos(i);
@@ -230,16 +251,22 @@ struct CurveBuilder {
       const bool in_curved = InTangent(i, i + 1, TypeOf(Point(i + 1).type), c[2]);
       const bool curved = out_curved || in_curved || p.use_wave;
       ws.curved_[static_cast<size_t>(i)] = curved ? 1 : 0;
-      if (!curved) {
-        ws.samples_.push_back({0.0f, c[0], i, 0, true});
+      sample_count += curved ? static_cast<size_t>(ws.steps_) : 1;
+    }
+    ws.samples_.resize(sample_count);
+    CurveSample* out = ws.samples_.data();
+    const float inv_steps = 1.0f / static_cast<float>(ws.steps_);
+    for (int i = 0; i < spans; ++i) {
+      const Point3* c = &ws.controls_[static_cast<size_t>(4 * i)];
+      if (!ws.curved_[static_cast<size_t>(i)]) {
+        *out++ = {0.0f, c[0], i, 0, true};
         continue;
       }
       for (int k = 0; k < ws.steps_; ++k) {
-        const float u = static_cast<float>(k) / static_cast<float>(ws.steps_);
-        ws.samples_.push_back({0.0f, BezierAt(c, u), i, k, false});
+        *out++ = {0.0f, BezierAt(c, static_cast<float>(k) * inv_steps), i, k, false};
       }
     }
-    ws.samples_.push_back({0.0f, Pos(spans), std::max(spans - 1, 0), ws.steps_, false});
+    *out = {0.0f, Pos(spans), std::max(spans - 1, 0), ws.steps_, false};
     MeasureLengths();
     ws.waved_ = p.use_wave && p.wave_amplitude != 0.0f && spans > 0;
     if (ws.waved_) {
@@ -406,8 +433,7 @@ void SolveCurveIK(const CurveIKInput& in, CurveIKWorkspace& ws, std::span<Matrix
       dir = ws.samples_[seg + 1].pos - ws.samples_[seg].pos;
       aim = true;
     }
-    ws.joint_rot_[i] =
-        aim ? AimX(VectorTransform(dir, MatrixOf(Inverse(points_q)))) * points_q : points_q;
+    ws.joint_rot_[i] = aim ? AimX(IntoFrame(dir, points_q)) * points_q : points_q;
   }
 
   // Twist, aim axis, point scale, squash, and into world space.
@@ -423,10 +449,11 @@ void SolveCurveIK(const CurveIKInput& in, CurveIKWorkspace& ws, std::span<Matrix
     const float t_i = Finite(in.joint_percents[i], 0.0f);
     Matrix3& m = joints_ws[i];
     const Point3 pos = m.GetTrans();
-    m = MatrixOf(ws.joint_rot_[i]);
-    m.SetTrans(pos);
+    // The twist about the joint's X goes first: XRotation(a) * q is PreRotateX(a) on q's matrix.
     const float base = p.rotation + p.twist * std::clamp(t_i, 0.0f, 1.0f);
-    m.PreRotateX(base + TableAt(ws.twists_, k, std::clamp(v, 0.0f, 1.0f)));
+    const float twist = base + TableAt(ws.twists_, k, std::clamp(v, 0.0f, 1.0f));
+    m = MatrixOf(XRotation(twist) * ws.joint_rot_[i]);
+    m.SetTrans(pos);
     if (relabel) m = joint_axes * m;
     if (p.use_points_scale) m.PreScale(b.PointScale(k, v));
     if (p.squash != 0.0f) {
