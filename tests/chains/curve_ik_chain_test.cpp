@@ -3,13 +3,17 @@
 // the published interface, edits of joints, undo and files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "host/controllers/controller_classes.h"
 #include "host/gfx/draw_scene.h"
 #include "host/gfx/headless_viewport.h"
+#include "host/io/chunk_stream.h"
+#include "support/lock_chunk.h"
 #include "tests/chains/curve_ik_fixture.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/controller_test_util.h"
@@ -303,6 +307,83 @@ TEST_F(CurveIKTest, DisplayDrawsCurveAndTangents) {
   pb->SetValue(kCurveDisplayTangents, 0, 0);
   pb->SetValue(kCurveDisplayCurve, 0, 0);
   EXPECT_TRUE(lines().empty());
+}
+
+TEST_F(CurveIKTest, StepsStoredAsZeroLoadAsOne) {
+  Rig r = MakeRig({{0, 0, 0}, {20, 10, 0}, {40, 0, 0}});
+  // The block refuses 0 (its range starts at 1), but older scenes hold it: write a marker value,
+  // patch its bytes to 0 and load.
+  constexpr int kMarker = 77771;
+  r.chain->ParamBlock()->SetValue(kCurveSteps, 0, kMarker);
+  std::vector<std::uint8_t> bytes;
+  std::string error;
+  ASSERT_TRUE(SaveSceneToBytes(bytes, &error)) << error;
+  std::uint8_t marker[4];
+  std::memcpy(marker, &kMarker, 4);
+  auto at = std::search(bytes.begin(), bytes.end(), marker, marker + 4);
+  ASSERT_NE(at, bytes.end());
+  ASSERT_EQ(std::search(at + 1, bytes.end(), marker, marker + 4), bytes.end()) << "one place";
+  std::fill(at, at + 4, 0);
+  ASSERT_TRUE(LoadSceneFromBytes(bytes, &error)) << error;
+  CurveIKChain* chain = FindCurveIKChain(GetCOREInterface()->GetINodeByName("chain"));
+  ASSERT_NE(chain, nullptr);
+  EXPECT_EQ(chain->ParamBlock()->GetInt(kCurveSteps), 0);
+  INode* last = GetCOREInterface()->GetINodeByName("joint4");
+  const Matrix3 loaded = last->GetNodeTM(0);
+  EXPECT_EQ(chain->Workspace().StepsPerSpan(), 1);
+  EXPECT_EQ(chain->Workspace().Samples().size(), 3u);
+  chain->ParamBlock()->SetValue(kCurveSteps, 0, 1);
+  EXPECT_MATRIX3_NEAR(last->GetNodeTM(0), loaded, 1e-5f);
+}
+
+TEST_F(CurveIKTest, ControlSkipsUnknownChunksAndClones) {
+  Rig r = MakeRig({{0, 0, 0}, {20, 10, 0}, {40, 0, 0}});
+  ChunkWriter w;
+  w.BeginChunk(1);
+  w.BeginChunk(0x7777);
+  const float junk = 3.0f;
+  ULONG written = 0;
+  w.Write(&junk, sizeof(junk), &written);
+  w.EndChunk();
+  ASSERT_EQ(SaveLockChunk(&w, true), IO_OK);
+  w.EndChunk();
+  auto* fresh = new CurveIKControl(false);
+  EXPECT_EQ(LoadBytes(fresh, w.Bytes()), IO_OK);
+  EXPECT_TRUE(fresh->GetLocked());
+  fresh->MaybeAutoDelete();
+
+  RemapDir remap;
+  auto* clone = dynamic_cast<CurveIKControl*>(r.controls[2]->Clone(remap));
+  ASSERT_NE(clone, nullptr);
+  EXPECT_EQ(clone->Chain(), r.chain);
+  EXPECT_NE(clone->Offset(), r.controls[2]->Offset());
+  EXPECT_MATRIX3_NEAR(WorldAt(clone, 0, Matrix3()), r.joints[2]->GetNodeTM(0), kTol);
+  clone->MaybeAutoDelete();
+}
+
+TEST_F(CurveIKTest, GimbalProxyTurnsInTheSolvedFrame) {
+  Rig r = MakeRig({{0, 0, 0}, {0, 20, 0}, {0, 40, 0}});
+  CurveIKControl* c = r.controls[1];
+  r.joints[1]->GetNodeTM(0);
+  Control* real = GetRealRotationController(c);
+  ASSERT_NE(real, nullptr);
+  EXPECT_EQ(c->GetRotationController(), real) << "not in gimbal coordinates";
+  Interface* ip = GetCOREInterface();
+  ip->SetRefCoordSys(COORDS_GIMBAL);
+  Control* proxy = c->GetRotationController();
+  ASSERT_NE(proxy, real);
+  EXPECT_EQ(proxy, GetGimbalProxy());
+  // The proxy's parent rotation is the solved frame: X along the curve (+Y here).
+  auto* list = static_cast<IListControl*>(proxy->GetInterface(LIST_CONTROLLER_INTERFACE));
+  ASSERT_NE(list, nullptr);
+  Quat parent_rot;
+  Interval iv = FOREVER;
+  list->GetSubCtrl(0)->GetValue(0, &parent_rot, iv, CTRL_ABSOLUTE);
+  EXPECT_POINT3_NEAR(Point3(1, 0, 0) * MatrixOf(parent_rot), Point3(0, 1, 0), kTol);
+  ip->SetPivotMode(PIV_PIVOT_ONLY);
+  EXPECT_EQ(c->GetRotationController(), real);
+  EXPECT_FALSE(c->CanAssignController(0));
+  EXPECT_FALSE(c->CanAssignController(1));
 }
 
 }  // namespace

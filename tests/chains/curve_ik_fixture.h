@@ -43,6 +43,7 @@ class CurveIKTest : public ::testing::Test {
     GetCOREInterface()->Reset();
   }
   void TearDown() override {
+    ReleaseGimbalProxy();
     AnimateOff();
     GetCOREInterface()->Reset();
     theHold.Clear();
