@@ -91,8 +91,12 @@ void CurveIKControl::SetReference(int i, RefTargetHandle target) {
 }
 
 bool CurveIKControl::SetOffset(Control* c) {
-  if (c && c->SuperClassID() != CTRL_MATRIX3_CLASS_ID) return false;
-  if (ReplaceReference(kOffsetRef, c) != REF_SUCCEED) return false;
+  if (c) {
+    // The new offset takes the old one's value, so the joint stays where it was.
+    if (!ReplaceTrack(this, kOffsetRef, c, sub_, CTRL_MATRIX3_CLASS_ID)) return false;
+  } else if (ReplaceReference(kOffsetRef, nullptr) != REF_SUCCEED) {
+    return false;
+  }
   NotifyChange();
   return true;
 }

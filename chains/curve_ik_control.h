@@ -87,7 +87,8 @@ class CurveIKControl : public CompoundControl {
   CurveIKChain* Chain();
   /// The offset controller, or null.
   Control* Offset() const { return sub_; }
-  /// Puts c (a transform controller, or null) in the offset slot; false for another kind.
+  /// Puts c (a transform controller, or null) in the offset slot, c adopting the old offset's
+  /// value; false for another kind or one that would close a loop. Undoable.
   bool SetOffset(Control* c);
   /// The last matrix read from the chain (the identity before any).
   const Matrix3& LastSolved() const { return last_solved_; }

@@ -186,7 +186,10 @@ TEST_F(CurveIKTest, MovingChainNodesWritesNothingToTheJoints) {
   r.controls[2]->SetValue(0, &move, 1, CTRL_RELATIVE);
   EXPECT_NEAR(OffsetLocal(r.controls[2]).GetTrans().Length(), 5.0f, kTol)
       << "without the chain's nodes selected the edit is the joint's own";
+  // A fresh offset in an empty slot starts at rest.
+  ASSERT_TRUE(r.controls[2]->SetOffset(nullptr));
   ASSERT_TRUE(r.controls[2]->SetOffset(NewDefaultMatrix3Controller()));
+  EXPECT_MATRIX3_NEAR(OffsetLocal(r.controls[2]), Matrix3(), 0.0f);
 
   // A move of the node goes into its offset, local to the solved matrix.
   const Matrix3 before = r.joints[2]->GetNodeTM(0);
