@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "animation/animation_manager_mod.h"
+#include "chains/curve_ik_chain.h"
+#include "chains/curve_ik_control.h"
 #include "chains/ikfk_chain.h"
 #include "chains/ikfk_control.h"
 #include "chains/ikfk_display_mod.h"
@@ -81,6 +83,8 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::RotationSpace, GetRotationSpaceDesc());
   put(ClassIndex::IKFKLink, GetIKFKLinkDesc());
   put(ClassIndex::IKFKDisplayMod, GetIKFKDisplayModDesc());
+  put(ClassIndex::CurveIKControl, GetCurveIKControlDesc());
+  put(ClassIndex::CurveIKChain, GetCurveIKChainDesc());
 }
 
 ClassTable BuildTable() {

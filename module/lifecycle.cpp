@@ -1,6 +1,7 @@
 // Copyright Marvolith contributors.
 #include "module/lifecycle.h"
 
+#include "chains/curve_ik_scripts.h"
 #include "chains/ikfk_scripts.h"
 #include "controllers/rig_control.h"
 #include "host/scene/core_interface.h"
@@ -25,6 +26,7 @@ int InitializeModule() {
   RegisterNotification(&OnSystemStartup, nullptr, NOTIFY_SYSTEM_STARTUP);
   RegisterNotification(&OnSystemShutdown, nullptr, NOTIFY_SYSTEM_SHUTDOWN);
   RegisterIKFKScriptFunctions();
+  RegisterCurveIKScriptFunctions();
   return 1;
 }
 
@@ -32,6 +34,7 @@ int ShutdownModule() {
   UnRegisterNotification(&OnSystemStartup, nullptr, NOTIFY_SYSTEM_STARTUP);
   UnRegisterNotification(&OnSystemShutdown, nullptr, NOTIFY_SYSTEM_SHUTDOWN);
   UnRegisterIKFKScriptFunctions();
+  UnRegisterCurveIKScriptFunctions();
   RunShutdownRoutine();
   // TODO(fbx): release the FBX manager singleton here once the FBX bridge makes one.
   return 1;

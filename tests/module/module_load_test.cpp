@@ -21,8 +21,6 @@ namespace {
 const std::set<std::string> kPendingClasses = {
     "StepFloat",
     "MsgChecker",
-    "CurveIKControl",
-    "CurveIKChain",
     "UIPanel",
     "UIGroup",
     "UIImage",
