@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -55,13 +56,59 @@ head.rotation.controller.Z_Rotation.controller = nod
 follow = FloatConnection()
 hand.rotation.controller.Y_Rotation.controller = follow
 follow.SetTarget arm.rotation.controller.Y_Rotation.controller
+-- An IK/FK leg under the hips whose goal steps forward and back, and a curve IK tail whose
+-- middle point swings.
+thigh = Point name:"thigh"
+thigh.parent = hips
+thigh.pos = [8,0,36]
+knee = Point name:"knee"
+knee.parent = thigh
+knee.pos = [8,4,20]
+ankle = Point name:"ankle"
+ankle.parent = knee
+ankle.pos = [8,0,4]
+leg = CreateIKFKSolver thigh ankle
+leg.controller.joints[3].name = "leg_end"
+goal = leg.controller.goal
+for n in leg.controller.joints do n.size = 5
+goal.size = 8
+leg.controller.target.size = 4
+with animate on (
+  at time 0  goal.pos = [0,0,4]
+  at time 30 goal.pos = [45,10,14]
+  at time 60 goal.pos = [90,30,4]
+)
+tail0 = Point name:"tail0"
+tail0.parent = hips
+tail0.pos = [0,-6,40]
+prev = tail0
+for i = 1 to 5 do (
+  j = Point name:("tail" + i as string)
+  j.parent = prev
+  j.pos = [0, -6 - 8 * i, 40 - i]
+  prev = j
+)
+tail = CreateCurveIKSolver tail0 prev 3 3 0 false true
+tail.name = "tail_chain"
+for i = 1 to 3 do (
+  local p = tail.transform.controller.GetPoint i
+  p.parent = hips
+  p.size = 6
+)
+swing = tail.transform.controller.GetPoint 2
+with animate on (
+  at time 0  swing.pos = [-10,-26,40]
+  at time 30 swing.pos = [50,-26,50]
+  at time 60 swing.pos = [70,4,40]
+)
 )";
+constexpr const char* kChainNodes[] = {"leg_end", "tail3", "tail5"};
 
-std::vector<Point3> SamplePositions() {
+std::vector<Point3> SamplePositions(std::span<const char* const> names) {
   Interface* ip = GetCOREInterface();
   std::vector<Point3> out;
   for (int frame : kDemoFrames) {
-    for (const char* name : kRigNodes) {
+    for (const char* name : names) {
       INode* node = ip->GetINodeByName(name);
       out.push_back(node ? node->GetNodeTM(frame * ip->GetTicksPerFrame()).GetTrans() : Point3());
     }
@@ -69,14 +116,21 @@ std::vector<Point3> SamplePositions() {
   return out;
 }
 
-void PrintPositions(const std::vector<Point3>& positions) {
+std::vector<Point3> SamplePositions() {
+  std::vector<Point3> out = SamplePositions(kRigNodes);
+  const std::vector<Point3> chains = SamplePositions(kChainNodes);
+  out.insert(out.end(), chains.begin(), chains.end());
+  return out;
+}
+
+void PrintPositions(std::span<const char* const> names, const std::vector<Point3>& positions) {
   std::printf("World positions:\n%6s", "frame");
-  for (const char* name : kRigNodes) std::printf(" %24s", name);
+  for (const char* name : names) std::printf(" %24s", name);
   std::printf("\n");
   size_t k = 0;
   for (int frame : kDemoFrames) {
     std::printf("%6d", frame);
-    for (size_t n = 0; n < std::size(kRigNodes); ++n, ++k) {
+    for (size_t n = 0; n < names.size(); ++n, ++k) {
       char cell[64];
       std::snprintf(cell, sizeof(cell), "(%.1f, %.1f, %.1f)", positions[k].x, positions[k].y,
                     positions[k].z);
@@ -99,7 +153,8 @@ void AddDemoCommand(CLI::App& app) {
     std::printf(
         "Built: headless host (scene, keyframe controllers, undo, scene files, scripting, "
         "pictures); rig transform, static, Euler, connection, float math and twist "
-        "controllers; control objects with 43 figures\n");
+        "controllers; control objects with 43 figures; constraints; IK/FK and curve IK "
+        "chains\n");
 
     const ScriptResult built = TheScriptRunner().Run(kRigScript);
     if (!built.ok) throw CLI::RuntimeError("the demo rig script failed: " + built.ErrorText(), 1);
@@ -107,8 +162,12 @@ void AddDemoCommand(CLI::App& app) {
         "Demo rig: %zu control objects on rig transforms, keyed over frames 0..60, the head "
         "on a wave, the hand wired to the arm\n",
         std::size(kRigNodes));
+    PrintPositions(kRigNodes, SamplePositions(kRigNodes));
+    std::printf(
+        "Chains: an IK/FK leg of 3 joints reaching for a keyed goal, a curve IK tail of 6 joints "
+        "over 3 points, one of them keyed\n");
+    PrintPositions(kChainNodes, SamplePositions(kChainNodes));
     const std::vector<Point3> before = SamplePositions();
-    PrintPositions(before);
 
     // A picture of the rig mid-motion, beside the user.
     std::string error;
