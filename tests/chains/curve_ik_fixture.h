@@ -3,9 +3,6 @@
 // plain joint and point nodes.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -14,49 +11,21 @@
 #include "controllers/rig_control.h"
 #include "controllers/rotation_xyz.h"
 #include "controls/control_helper.h"
-#include "host/app/host_classes.h"
-#include "host/app/scene_file.h"
 #include "host/params/iparamb2.h"
-#include "host/registry/class_desc.h"
-#include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
-#include "host/undo/hold.h"
-#include "plugin/strings.h"
-#include "tests/support/math_matchers.h"
-#include "tests/support/scene_checks.h"
-#include "tests/support/scene_objects.h"
+#include "tests/chains/chain_scene_fixture.h"
 #include "tests/support/test_objects.h"
 
 namespace marvolith::test {
 
-class CurveIKTest : public ::testing::Test {
+class CurveIKTest : public ChainSceneTest {
  protected:
-  void SetUp() override {
-    RegisterHostClasses();
-    RegisterSceneTestClasses();
-    instance_ = GetModuleInstance();
-    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
-    for (ClassDesc2* cd : {GetCurveIKChainDesc(), GetCurveIKControlDesc(), GetControlHelperDesc(),
-                           GetRigControlDesc(), GetRotationXYZDesc()}) {
-      if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
-    }
-    GetCOREInterface()->Reset();
-  }
+  CurveIKTest()
+      : ChainSceneTest({GetCurveIKChainDesc(), GetCurveIKControlDesc(), GetControlHelperDesc(),
+                        GetRigControlDesc(), GetRotationXYZDesc()}) {}
   void TearDown() override {
     ReleaseGimbalProxy();
-    AnimateOff();
-    GetCOREInterface()->Reset();
-    theHold.Clear();
-    for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
-    SetModuleInstance(instance_);
-  }
-
-  /// A plain node (the host's transform controller) at world transform tm.
-  static INode* Node(const char* name, const Matrix3& tm = Matrix3(), INode* parent = nullptr) {
-    INode* node = GetCOREInterface()->CreateObjectNode(nullptr, name);
-    if (parent) parent->AttachChild(node, 0);
-    node->SetNodeTM(0, tm);
-    return node;
+    ChainSceneTest::TearDown();
   }
 
   /// A chain of joint_count joints along X (10 apart, each the child of the one before, the
@@ -98,28 +67,6 @@ class CurveIKTest : public ::testing::Test {
     }
     return r;
   }
-
-  /// Runs edit inside an accepted hold.
-  template <typename F>
-  static void Undoable(const char* name, F&& edit) {
-    theHold.Begin();
-    edit();
-    theHold.Accept(name);
-  }
-
-  /// Saves the scene, loads it back and saves again: both files must be the same bytes.
-  static void RoundTrip() {
-    std::vector<std::uint8_t> first, second;
-    std::string error;
-    ASSERT_TRUE(SaveSceneToBytes(first, &error)) << error;
-    ASSERT_TRUE(LoadSceneFromBytes(first, &error)) << error;
-    ASSERT_TRUE(SaveSceneToBytes(second, &error)) << error;
-    EXPECT_EQ(first, second);
-  }
-
- private:
-  std::vector<ClassDesc2*> added_;
-  HINSTANCE instance_ = nullptr;
 };
 
 }  // namespace marvolith::test

@@ -426,30 +426,6 @@ TEST(CurveIKSolverTest, SolvesWithoutAllocatingOnceSized) {
   EXPECT_EQ(allocations.Count(), 0u);
 }
 
-TEST(CurveIKSolverTest, StoredSmoothTangentsReproduceTheSmoothCurve) {
-  std::vector<CurveIKPoint> pts = Wiggle();
-  pts[1].tm_cs = RotateYMatrix(0.4f) * pts[1].tm_cs;
-  pts[2].tm_cs = ScaleMatrix(Point3(2, 1, 1)) * RotateZMatrix(-0.8f) * pts[2].tm_cs;
-  std::vector<Matrix3> tms;
-  for (const CurveIKPoint& p : pts) tms.push_back(p.tm_cs);
-  std::vector<Point3> in(4), out(4);
-  SmoothPointTangents(tms, false, in, out);
-
-  Chain smooth(pts, 6), stored(pts, 6);
-  for (CurveIKPoint& p : stored.points) p.type = kBezier;
-  for (size_t i = 0; i < 4; ++i) {
-    stored.points[i].use_tangent_nodes = false;
-    stored.points[i].inner_in = in[i];
-    stored.points[i].inner_out = out[i];
-  }
-  smooth.Solve();
-  stored.Solve();
-  // The inner span is shaped by the centred rule at both ends in either form.
-  for (size_t k = 4; k < 8; ++k) {
-    EXPECT_POINT3_NEAR(stored.ws.SpanControls()[k], smooth.ws.SpanControls()[k], kTol);
-  }
-}
-
 RC_GTEST_PROP(CurveIKSolverProps, JointsStayInOrderAlongAStretchedCurve, ()) {
   // On any curve of fully stretched joints the arc length to each joint grows with its percent.
   const Point3 a = *GenPoint3(50.0f);

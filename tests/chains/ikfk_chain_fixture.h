@@ -3,10 +3,6 @@
 // them by CreateIKFKSolver.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
 #include <vector>
 
 #include "chains/ikfk_chain.h"
@@ -14,16 +10,8 @@
 #include "chains/ikfk_link.h"
 #include "chains/ikfk_scripts.h"
 #include "controls/control_helper.h"
-#include "host/app/host_classes.h"
-#include "host/app/scene_file.h"
 #include "host/params/iparamb2.h"
-#include "host/registry/class_desc.h"
-#include "host/scene/core_interface.h"
-#include "host/undo/hold.h"
-#include "plugin/strings.h"
-#include "tests/support/math_matchers.h"
-#include "tests/support/scene_checks.h"
-#include "tests/support/scene_objects.h"
+#include "tests/chains/chain_scene_fixture.h"
 #include "tests/support/test_objects.h"
 
 namespace marvolith::test {
@@ -58,34 +46,11 @@ struct Limb {
   }
 };
 
-class IKFKChainTest : public ::testing::Test {
+class IKFKChainTest : public ChainSceneTest {
  protected:
-  void SetUp() override {
-    RegisterHostClasses();
-    RegisterSceneTestClasses();
-    instance_ = GetModuleInstance();
-    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
-    for (ClassDesc2* cd :
-         {GetIKFKChainDesc(), GetIKFKControlDesc(), GetIKFKLinkDesc(), GetControlHelperDesc()}) {
-      if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
-    }
-    GetCOREInterface()->Reset();
-  }
-  void TearDown() override {
-    AnimateOff();
-    GetCOREInterface()->Reset();
-    theHold.Clear();
-    for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
-    SetModuleInstance(instance_);
-  }
-
-  /// A plain node (the host's transform controller) at world transform tm.
-  static INode* Node(const char* name, const Matrix3& tm = Matrix3(), INode* parent = nullptr) {
-    INode* node = GetCOREInterface()->CreateObjectNode(nullptr, name);
-    if (parent) parent->AttachChild(node, 0);
-    node->SetNodeTM(0, tm);
-    return node;
-  }
+  IKFKChainTest()
+      : ChainSceneTest({GetIKFKChainDesc(), GetIKFKControlDesc(), GetIKFKLinkDesc(),
+                        GetControlHelperDesc()}) {}
 
   /// Plain joints at the given world positions, each the child of the one before, the first
   /// under parent. Each joint's +X points at the next and its Z is the normal of the XZ plane.
@@ -130,14 +95,6 @@ class IKFKChainTest : public ::testing::Test {
     return {{0, 0, 0}, {6, 0, 2}, {12, 0, 3}, {18, 0, 2}, {24, 0, 0}};
   }
 
-  /// Runs edit inside an accepted hold.
-  template <typename F>
-  static void Undoable(const char* name, F&& edit) {
-    theHold.Begin();
-    edit();
-    theHold.Accept(name);
-  }
-
   /// Every node's cached transform against a fresh evaluation, with every chain's cached solve
   /// dropped as well: a chain that kept a stale solve fails here.
   static ::testing::AssertionResult ChainsAgreeWithFreshSolve(TimeValue t) {
@@ -157,16 +114,6 @@ class IKFKChainTest : public ::testing::Test {
     return ::testing::AssertionSuccess();
   }
 
-  /// Saves the scene, loads it back and saves again: both files must be the same bytes.
-  static void RoundTrip() {
-    std::vector<std::uint8_t> first, second;
-    std::string error;
-    ASSERT_TRUE(SaveSceneToBytes(first, &error)) << error;
-    ASSERT_TRUE(LoadSceneFromBytes(first, &error)) << error;
-    ASSERT_TRUE(SaveSceneToBytes(second, &error)) << error;
-    EXPECT_EQ(first, second);
-  }
-
  private:
   static Matrix3 AimXMatrix(const Point3& dir) {
     Matrix3 m;
@@ -178,9 +125,6 @@ class IKFKChainTest : public ::testing::Test {
     m.SetRow(2, z);
     return m;
   }
-
-  std::vector<ClassDesc2*> added_;
-  HINSTANCE instance_ = nullptr;
 };
 
 }  // namespace marvolith::test

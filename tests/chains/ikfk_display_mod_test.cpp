@@ -6,12 +6,13 @@
 #include <limits>
 #include <vector>
 
-#include "host/params/iparamb2.h"
-#include "plugin/class_table.h"
-#include "tests/chains/ikfk_link_fixture.h"
+#include "host/controllers/controller_classes.h"
+#include "tests/chains/ikfk_chain_fixture.h"
 
 namespace marvolith::test {
 namespace {
+
+constexpr TimeValue kFrame = 160;
 
 // A list of points; deformable unless told otherwise.
 class PointsObject : public GeomObject {
@@ -33,69 +34,6 @@ class PointsObject : public GeomObject {
   std::vector<Point3> points;
   bool deformable;
 };
-
-// Stand-ins with the class ids and block layouts of the chain's control and of the chain, so
-// that the modifier's reading by id is tested against the layout it relies on.
-class StandInDesc : public ClassDesc2 {
- public:
-  explicit StandInDesc(ClassIndex index) : id_(GetClassInfo(index).class_id) {}
-  bool IsPublic() override { return false; }
-  Animatable* Create(bool) override;
-  const char* ClassName() override { return "stand-in"; }
-  SClass_ID SuperClassID() override { return CTRL_MATRIX3_CLASS_ID; }
-  Class_ID ClassID() override { return id_; }
-  const char* Category() override { return "Test"; }
-
- private:
-  Class_ID id_;
-};
-
-class StandIn : public Control {
- public:
-  explicit StandIn(StandInDesc* cd) : cd_(cd) { cd->MakeAutoParamBlocks(this); }
-  Class_ID ClassID() override { return cd_->ClassID(); }
-  SClass_ID SuperClassID() override { return CTRL_MATRIX3_CLASS_ID; }
-  int NumRefs() override { return 1; }
-  RefTargetHandle GetReference(int i) override { return i == 0 ? pb : nullptr; }
-  IParamBlock2* GetParamBlockByID(BlockID id) override { return id == 0 ? pb : nullptr; }
-  RefResult NotifyRefChanged(const Interval&, RefTargetHandle, PartID&, RefMessage, bool) override {
-    return REF_SUCCEED;
-  }
-  void GetValue(TimeValue, void*, Interval&, GetSetMethod) override {}  // stays at the parent
-  void SetValue(TimeValue, void*, int, GetSetMethod) override {}
-  RefTargetHandle Clone(RemapDir&) override { return nullptr; }
-
-  IParamBlock2* pb = nullptr;
-
- protected:
-  void SetReference(int i, RefTargetHandle target) override {
-    if (i == 0) pb = static_cast<IParamBlock2*>(target);
-  }
-
- private:
-  StandInDesc* cd_;
-};
-
-Animatable* StandInDesc::Create(bool) { return new StandIn(this); }
-
-StandInDesc control_cd(ClassIndex::IKFKControl);
-ParamBlockDesc2 control_pb{
-    0,
-    "params",
-    0,
-    &control_cd,
-    P_AUTO_CONSTRUCT,
-    0,
-    {ParamDef(0, "ikfkchain_node", TYPE_INODE, 0), ParamDef(1, "type", TYPE_INDEX, 0).Default(0)}};
-StandInDesc chain_cd(ClassIndex::IKFKChain);
-ParamBlockDesc2 chain_pb{0,
-                         "params",
-                         0,
-                         &chain_cd,
-                         P_AUTO_CONSTRUCT,
-                         0,
-                         {ParamDef(6, "ikfk_blend", TYPE_PCNT_FRAC, P_ANIMATABLE).Default(1.0f),
-                          ParamDef(24, "affect_helpers_display", TYPE_BOOL, 0).Default(true)}};
 
 TEST(IKFKDisplayFactorTest, FollowsTheBlendAwayFromTheControlsMode) {
   IKFKDisplayInput in;
@@ -119,32 +57,21 @@ TEST(IKFKDisplayFactorTest, FollowsTheBlendAwayFromTheControlsMode) {
   EXPECT_EQ(IKFKDisplayFactor(in), 1.0f);
 }
 
-class IKFKDisplayModTest : public IKFKLinkTest {
+class IKFKDisplayModTest : public IKFKChainTest {
  protected:
-  /// A node showing obj through a stack with one IKFKDisplayMod.
-  static INode* Shown(PointsObject* obj) {
-    INode* node = GetCOREInterface()->CreateObjectNode(nullptr, "shown");
+  /// Makes node show obj through a stack with one IKFKDisplayMod.
+  static INode* Shown(PointsObject* obj, INode* node = nullptr) {
+    if (!node) node = GetCOREInterface()->CreateObjectNode(nullptr, "shown");
     IDerivedObject* derived = CreateDerivedObject(obj);
     derived->AddModifier(new IKFKDisplayMod);
     node->SetObjectRef(derived);
     return node;
   }
   static std::vector<Point3> PointsOf(INode* node, TimeValue t, Interval* valid = nullptr) {
-    node->InvalidateWS();  // the chain does this when its blend changes
+    node->InvalidateWS();
     const ObjectState& os = node->EvalWorldState(t);
     if (valid) *valid = os.obValid();
     return static_cast<PointsObject*>(os.obj)->points;
-  }
-  /// Puts a stand-in control of `type` on node, on a chain node with a stand-in chain.
-  static StandIn* ChainControl(INode* node, int type) {
-    auto* control = static_cast<StandIn*>(control_cd.Create(false));
-    auto* chain = static_cast<StandIn*>(chain_cd.Create(false));
-    INode* chain_node = GetCOREInterface()->CreateObjectNode(nullptr, "chain");
-    chain_node->SetTMController(chain);
-    control->pb->SetValue(0, 0, chain_node);
-    control->pb->SetValue(1, 0, type);
-    node->SetTMController(control);
-    return chain;
   }
 };
 
@@ -157,10 +84,6 @@ TEST_F(IKFKDisplayModTest, ScalesPointsAboutTheirBoxCentre) {
   EXPECT_POINT3_NEAR(p[1], Point3(1.5f, 3, 4.5f), 1e-6f);
   EXPECT_POINT3_NEAR(p[2], Point3(1, 1.5f, 2), 1e-6f);
   EXPECT_EQ(obj->points[1], Point3(2, 4, 6));
-  MSTR name;
-  static_cast<IDerivedObject*>(node->GetObjectRef())->GetModifier(0)->GetClassName(name);
-  EXPECT_EQ(name, MSTR("IKFK Display"));
-
   // A single point, and an object that cannot deform, stay.
   EXPECT_EQ(PointsOf(Shown(new PointsObject({{3, -4, 5}})), 0)[0], Point3(3, -4, 5));
   EXPECT_EQ(PointsOf(Shown(new PointsObject({{0, 0, 0}, {2, 2, 2}}, false)), 0)[1],
@@ -168,20 +91,25 @@ TEST_F(IKFKDisplayModTest, ScalesPointsAboutTheirBoxCentre) {
 }
 
 TEST_F(IKFKDisplayModTest, FollowsTheChainBlendAndItsValidity) {
-  INode* goal = Shown(new PointsObject({{0, 0, 0}, {4, 0, 0}}));
-  ChainControl(goal, 1)->pb->SetValue(6, 0, 0.25f);
+  const Limb limb = MakeLimb(Bones(ArmPoints()));
+  ASSERT_TRUE(limb.chain);
+  limb.Params()->SetValue(kIKFKBlend, 0, 0.25f);
+  INode* goal = Shown(new PointsObject({{0, 0, 0}, {4, 0, 0}}), limb.goal);
   EXPECT_POINT3_NEAR(PointsOf(goal, 0)[1], Point3(2.5f, 0, 0), 1e-6f) << "the goal at 0.25";
-
-  INode* joint = Shown(new PointsObject({{-1, -1, -1}, {1, 1, 1}, {3, 1, 1}}));
-  StandIn* chain = ChainControl(joint, 0);
-  for (const Point3& q : PointsOf(joint, 0)) EXPECT_POINT3_NEAR(q, Point3(1, 0, 0), 1e-6f);
+  Interval ignored = FOREVER;
+  EXPECT_EQ(IKFKDisplayFactor(ReadIKFKDisplayInput(limb.bones[0], 0, ignored)), 0.5f)
+      << "a plain bone of the limb";
 
   // An animated blend: the joint at 1 - b, valid only where the blend's track says.
+  INode* joint = Shown(new PointsObject({{-1, -1, -1}, {1, 1, 1}, {3, 1, 1}}), limb.members[1]);
   Control* blend = NewDefaultFloatController();
-  ASSERT_TRUE(chain->pb->SetController(6, 0, blend, false));
+  ASSERT_TRUE(limb.Params()->SetController(kIKFKBlend, 0, blend, false));
   AnimateOn();
   for (auto [t, v] : {std::pair{0, 0.0f}, {100 * kFrame, 1.0f}}) blend->SetValue(t, &v);
   AnimateOff();
+  for (const Point3& q : PointsOf(joint, 100 * kFrame)) {
+    EXPECT_POINT3_NEAR(q, Point3(1, 0, 0), 1e-6f) << "pure IK: the joint's shape shrinks away";
+  }
   float b = 0.0f;
   Interval valid = FOREVER;
   blend->GetValue(50 * kFrame, &b, valid);
@@ -190,7 +118,7 @@ TEST_F(IKFKDisplayModTest, FollowsTheChainBlendAndItsValidity) {
   EXPECT_POINT3_NEAR(far, Point3(1, 0, 0) + Point3(2, 1, 1) * (1 - b), 1e-5f);
   EXPECT_TRUE(valid.InInterval(50 * kFrame) && !valid.InInterval(60 * kFrame));
 
-  chain->pb->SetValue(24, 0, false);
+  limb.Params()->SetValue(kIKFKAffectHelpersDisplay, 0, false);
   EXPECT_EQ(PointsOf(joint, 50 * kFrame)[2], Point3(3, 1, 1)) << "the display switch off";
 }
 

@@ -3,24 +3,10 @@
 // holds a link as a chain's goal does: the link's matrix is the parent of a local track.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "chains/ikfk_display_mod.h"
 #include "chains/ikfk_link.h"
-#include "host/app/host_classes.h"
-#include "host/app/scene_file.h"
 #include "host/controllers/controller_classes.h"
-#include "host/registry/class_desc.h"
-#include "host/scene/core_interface.h"
-#include "host/undo/hold.h"
-#include "plugin/strings.h"
-#include "tests/support/math_matchers.h"
-#include "tests/support/scene_checks.h"
-#include "tests/support/scene_objects.h"
+#include "tests/chains/chain_scene_fixture.h"
 
 namespace marvolith::test {
 
@@ -88,34 +74,15 @@ class LinkedTransformDesc : public TestClassDesc<LinkedTransform, CTRL_MATRIX3_C
   Animatable* Create(bool loading) override { return new LinkedTransform(loading); }
 };
 
-class IKFKLinkTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    RegisterHostClasses();
-    RegisterSceneTestClasses();
-    instance_ = GetModuleInstance();
-    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));  // the class names are the module's
-    static LinkedTransformDesc linked_cd;
-    for (ClassDesc2* cd :
-         {GetIKFKLinkDesc(), GetIKFKDisplayModDesc(), static_cast<ClassDesc2*>(&linked_cd)}) {
-      if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
-    }
-    GetCOREInterface()->Reset();
-  }
-  void TearDown() override {
-    AnimateOff();
-    GetCOREInterface()->Reset();
-    theHold.Clear();
-    for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
-    SetModuleInstance(instance_);
-  }
+inline ClassDesc2& LinkedCD() {
+  static LinkedTransformDesc cd;
+  return cd;
+}
 
-  /// A node at world transform tm.
-  static INode* Node(const char* name, const Matrix3& tm = Matrix3()) {
-    INode* node = GetCOREInterface()->CreateObjectNode(nullptr, name);
-    node->SetNodeTM(0, tm);
-    return node;
-  }
+class IKFKLinkTest : public ChainSceneTest {
+ protected:
+  IKFKLinkTest() : ChainSceneTest({GetIKFKLinkDesc(), GetIKFKDisplayModDesc(), &LinkedCD()}) {}
+
   /// A node moving linearly from `from` at frame 0 to `to` at frame 100, turning by turn_z.
   static INode* MovingNode(const char* name, const Point3& from, const Point3& to, float turn_z) {
     INode* node = GetCOREInterface()->CreateObjectNode(nullptr, name);
@@ -140,20 +107,6 @@ class IKFKLinkTest : public ::testing::Test {
     n->InvalidateTM();
     return n->GetNodeTM(t);
   }
-
-  /// Saves the scene, loads it back and saves again: both files must be the same bytes.
-  static void RoundTrip() {
-    std::vector<std::uint8_t> first, second;
-    std::string error;
-    ASSERT_TRUE(SaveSceneToBytes(first, &error)) << error;
-    ASSERT_TRUE(LoadSceneFromBytes(first, &error)) << error;
-    ASSERT_TRUE(SaveSceneToBytes(second, &error)) << error;
-    EXPECT_EQ(first, second);
-  }
-
- private:
-  std::vector<ClassDesc2*> added_;
-  HINSTANCE instance_ = nullptr;
 };
 
 /// A turn about Z and a position, to tell matrices apart.
