@@ -22,6 +22,9 @@
 
 namespace marvolith::test {
 
+/// A node's world position at t.
+inline Point3 Pos(INode* n, TimeValue t = 0) { return n->GetNodeTM(t).GetTrans(); }
+
 class ChainSceneTest : public ::testing::Test {
  protected:
   explicit ChainSceneTest(std::initializer_list<ClassDesc2*> classes) : classes_(classes) {}

@@ -21,10 +21,7 @@
 namespace marvolith::test {
 namespace {
 
-constexpr float kTol = 2e-3f;
 constexpr float kPi = 3.14159265f;
-
-Point3 Pos(INode* n, TimeValue t = 0) { return n->GetNodeTM(t).GetTrans(); }
 
 // The offset controller's local transform (its value under an identity parent).
 Matrix3 OffsetLocal(CurveIKControl* c) {

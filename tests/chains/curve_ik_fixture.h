@@ -18,6 +18,8 @@
 
 namespace marvolith::test {
 
+inline constexpr float kTol = 2e-3f;
+
 class CurveIKTest : public ChainSceneTest {
  protected:
   CurveIKTest()

@@ -15,9 +15,6 @@
 namespace marvolith::test {
 namespace {
 
-constexpr float kTol = 2e-3f;
-
-Point3 Pos(INode* n) { return n->GetNodeTM(0).GetTrans(); }
 
 std::vector<INode*> NodesNamed(const std::string& prefix) {
   std::vector<INode*> out;

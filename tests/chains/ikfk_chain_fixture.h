@@ -16,6 +16,22 @@
 
 namespace marvolith::test {
 
+/// Two poses joint by joint: whole matrices, or only positions.
+inline void ExpectPoseNear(const std::vector<Matrix3>& a,
+                           const std::vector<Matrix3>& b,
+                           float tol,
+                           bool positions_only = false) {
+  ASSERT_EQ(a.size(), b.size());
+  for (size_t i = 0; i < a.size(); ++i) {
+    SCOPED_TRACE(::testing::Message() << "joint " << i);
+    if (positions_only) {
+      EXPECT_POINT3_NEAR(a[i].GetTrans(), b[i].GetTrans(), tol);
+    } else {
+      EXPECT_MATRIX3_NEAR(a[i], b[i], tol);
+    }
+  }
+}
+
 /// A chain made by CreateIKFKSolver and its parts.
 struct Limb {
   std::vector<INode*> bones;    ///< the plain joints the chain was made over

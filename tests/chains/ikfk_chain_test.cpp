@@ -9,23 +9,6 @@
 #include "tests/chains/ikfk_chain_fixture.h"
 
 namespace marvolith::test {
-namespace {
-
-Matrix3 At(const Point3& p) {
-  Matrix3 m;
-  m.SetTrans(p);
-  return m;
-}
-
-void ExpectPoseNear(const std::vector<Matrix3>& a, const std::vector<Matrix3>& b, float tol) {
-  ASSERT_EQ(a.size(), b.size());
-  for (size_t i = 0; i < a.size(); ++i) {
-    SCOPED_TRACE(::testing::Message() << "joint " << i);
-    EXPECT_MATRIX3_NEAR(a[i], b[i], tol);
-  }
-}
-
-}  // namespace
 
 TEST_F(IKFKChainTest, BlendZeroIsTheFKPoseWhateverTheGoal) {
   for (const auto& points : {ArmPoints(), LegPoints()}) {
@@ -44,7 +27,7 @@ TEST_F(IKFKChainTest, BlendZeroIsTheFKPoseWhateverTheGoal) {
         }(),
         1e-4f);
 
-    limb.goal->SetNodeTM(0, At({3, 40, -7}));
+    limb.goal->SetNodeTM(0, TransMatrix({3, 40, -7}));
     const Point3 end_ik = limb.members.back()->GetNodeTM(0).GetTrans();
     EXPECT_GT(Length(end_ik - limb.bones.back()->GetNodeTM(0).GetTrans()), 1.0f)
         << "in IK the far goal pulls the chain";
@@ -67,7 +50,7 @@ TEST_F(IKFKChainTest, BlendZeroIsTheFKPoseWhateverTheGoal) {
 TEST_F(IKFKChainTest, MatchRoundTripsKeepThePoseAndTheBones) {
   const Limb limb = MakeLimb(Bones(ArmPoints()));
   ASSERT_TRUE(limb.chain);
-  limb.goal->SetNodeTM(0, At({13, 4, 7}));
+  limb.goal->SetNodeTM(0, TransMatrix({13, 4, 7}));
   const std::vector<Matrix3> start = limb.Pose();
   const std::vector<float> lengths = limb.BoneLengths();
   IParamBlock2* pb = limb.Params();
@@ -97,7 +80,7 @@ TEST_F(IKFKChainTest, SwitchingModesWithTheInterfaceDoesNotMoveTheEnd) {
     GetCOREInterface()->Reset();
     const Limb limb = MakeLimb(Bones(points));
     ASSERT_TRUE(limb.chain);
-    limb.goal->SetNodeTM(0, At({points.back().x - 5, 3, 4}));
+    limb.goal->SetNodeTM(0, TransMatrix({points.back().x - 5, 3, 4}));
     const Point3 end_ik = limb.members.back()->GetNodeTM(0).GetTrans();
 
     limb.chain->FK();
@@ -121,12 +104,12 @@ TEST_F(IKFKChainTest, SwitchingModesWithTheInterfaceDoesNotMoveTheEnd) {
 TEST_F(IKFKChainTest, GoalMovedByItsParentIsFollowedAtTheSameTime) {
   const Limb limb = MakeLimb(Bones(ArmPoints()));
   ASSERT_TRUE(limb.chain);
-  INode* space = Node("space", At({20, 0, 0}));
+  INode* space = Node("space", TransMatrix({20, 0, 0}));
   space->AttachChild(limb.goal, 1);
   EXPECT_POINT3_NEAR(limb.goal->GetNodeTM(0).GetTrans(), Point3(20, 0, 0), 1e-4f)
       << "attaching keeps the goal in place";
   for (const Point3& p : {Point3(16, 2, 3), Point3(12, -4, 1), Point3(15, 0, -6)}) {
-    space->SetNodeTM(0, At(p));
+    space->SetNodeTM(0, TransMatrix(p));
     const Point3 end = limb.members.back()->GetNodeTM(0).GetTrans();
     EXPECT_POINT3_NEAR(end, p, 1e-3f) << "the end reaches the goal's new place";
     EXPECT_TRUE(ChainsAgreeWithFreshSolve(0));
@@ -134,14 +117,14 @@ TEST_F(IKFKChainTest, GoalMovedByItsParentIsFollowedAtTheSameTime) {
   // The chain's own parent moving is seen the same way.
   INode* shoulder = Node("shoulder");
   shoulder->AttachChild(limb.members[0], 1);
-  shoulder->SetNodeTM(0, At({0, 0, 3}));
+  shoulder->SetNodeTM(0, TransMatrix({0, 0, 3}));
   EXPECT_POINT3_NEAR(limb.members[0]->GetNodeTM(0).GetTrans(), Point3(0, 0, 3), 1e-4f);
   EXPECT_TRUE(ChainsAgreeWithFreshSolve(0));
   // A rig transform as the parent is evaluated from its own parent.
   ASSERT_TRUE(shoulder->SetTMController(new RigControl));
   INode* torso = Node("torso");
   torso->AttachChild(shoulder, 1);
-  torso->SetNodeTM(0, At({2, 1, 0}));
+  torso->SetNodeTM(0, TransMatrix({2, 1, 0}));
   EXPECT_POINT3_NEAR(limb.members[0]->GetNodeTM(0).GetTrans(), Point3(2, 1, 3), 1e-4f);
   EXPECT_TRUE(ChainsAgreeWithFreshSolve(0));
 }
@@ -150,7 +133,7 @@ TEST_F(IKFKChainTest, UndoAndRedoResolveTheChain) {
   const Limb limb = MakeLimb(Bones(ArmPoints()));
   ASSERT_TRUE(limb.chain);
   IParamBlock2* pb = limb.Params();
-  Undoable("goal", [&] { limb.goal->SetNodeTM(0, At({12, 5, 5})); });
+  Undoable("goal", [&] { limb.goal->SetNodeTM(0, TransMatrix({12, 5, 5})); });
   const std::vector<Matrix3> ik = limb.Pose();
 
   Undoable("blend", [&] { pb->SetValue(kIKFKBlend, 0, 0.0f); });
@@ -201,12 +184,12 @@ TEST_F(IKFKChainTest, GoalParentRefusesNodesThatHangFromTheJoints) {
   ASSERT_TRUE(limb.chain);
   IParamBlock2* pb = limb.Params();
   INode* below_joint = Node("below", Matrix3(), limb.members[1]);
-  INode* free = Node("free", At({5, 5, 5}));
+  INode* free = Node("free", TransMatrix({5, 5, 5}));
   EXPECT_FALSE(pb->SetValue(kIKFKGoalParent, 0, limb.members[1]));
   EXPECT_FALSE(pb->SetValue(kIKFKGoalParent, 0, below_joint));
   EXPECT_EQ(pb->GetINode(kIKFKGoalParent), nullptr);
   // A goal parent that is a member of the chain itself (it reads the chain's node) is fine.
-  INode* member_parent = Node("goal parent", At({20, 0, 0}));
+  INode* member_parent = Node("goal parent", TransMatrix({20, 0, 0}));
   auto* gp = new IKFKControl;
   member_parent->SetTMController(gp);
   gp->SetMember(limb.chain_node, kIKFKMemberGoalParent, 0);
@@ -226,7 +209,7 @@ TEST_F(IKFKChainTest, ClonedAndSavedChainsEvaluateAsBefore) {
   {
     const Limb limb = MakeLimb(Bones(LegPoints()));
     ASSERT_TRUE(limb.chain);
-    limb.goal->SetNodeTM(0, At({18, 4, 5}));
+    limb.goal->SetNodeTM(0, TransMatrix({18, 4, 5}));
     limb.Params()->SetValue(kIKFKSoftIK, 0, 0.1f);
     limb.chain->SetLocked(true);
     SCOPED_TRACE("a clone reads the same members but owns its block");

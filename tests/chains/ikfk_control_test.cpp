@@ -11,28 +11,11 @@
 #include "tests/support/alloc_counter.h"
 
 namespace marvolith::test {
-namespace {
-
-Matrix3 At(const Point3& p) {
-  Matrix3 m;
-  m.SetTrans(p);
-  return m;
-}
-
-void ExpectPositionsNear(const std::vector<Matrix3>& a, const std::vector<Matrix3>& b, float tol) {
-  ASSERT_EQ(a.size(), b.size());
-  for (size_t i = 0; i < a.size(); ++i) {
-    SCOPED_TRACE(::testing::Message() << "joint " << i);
-    EXPECT_POINT3_NEAR(a[i].GetTrans(), b[i].GetTrans(), tol);
-  }
-}
-
-}  // namespace
 
 TEST_F(IKFKChainTest, RotationSpaceTurnsTheFKRootAndMatchesUndoIt) {
   // The arm starts away from its parent's origin, so that turning about the root differs from
   // turning about the parent.
-  INode* torso = Node("torso", At({1, 0, 1}));
+  INode* torso = Node("torso", TransMatrix({1, 0, 1}));
   std::vector<Point3> points = ArmPoints();
   for (Point3& p : points) p += Point3(3, 2, 1);
   const Limb limb = MakeLimb(Bones(points, torso));
@@ -79,10 +62,10 @@ TEST_F(IKFKChainTest, RotationSpaceTurnsTheFKRootAndMatchesUndoIt) {
   const std::vector<Matrix3> fk = limb.Pose();
   limb.chain->MatchIK(0, true, true, -1, true, true);
   pb->SetValue(kIKFKBlend, 0, 1.0f);
-  ExpectPositionsNear(limb.Pose(), fk, 1e-3f);
+  ExpectPoseNear(limb.Pose(), fk, 1e-3f, true);
   limb.chain->MatchFK(0, false, true, -1);
   pb->SetValue(kIKFKBlend, 0, 0.0f);
-  ExpectPositionsNear(limb.Pose(), fk, 1e-3f);
+  ExpectPoseNear(limb.Pose(), fk, 1e-3f, true);
   EXPECT_MATRIX3_NEAR(limb.members[0]->GetNodeTM(0), fk[0], 1e-3f);
 }
 
@@ -92,7 +75,7 @@ TEST_F(IKFKChainTest, AutomaticStretchFoldsIntoManualStretch) {
   IParamBlock2* pb = limb.Params();
   const float length = limb.BoneLengths()[0] + limb.BoneLengths()[1];
   const Point3 far(length * 1.5f, 0, 0);
-  limb.goal->SetNodeTM(0, At(far));
+  limb.goal->SetNodeTM(0, TransMatrix(far));
   EXPECT_LT(limb.members[2]->GetNodeTM(0).GetTrans().x, length + 1e-3f) << "no stretch yet";
   pb->SetValue(kIKFKAutoStretch, 0, 1.0f);
   EXPECT_POINT3_NEAR(limb.members[2]->GetNodeTM(0).GetTrans(), far, 1e-3f);
@@ -118,7 +101,7 @@ TEST_F(IKFKChainTest, MatchIKPushesTheGoalOutOfTheSoftZone) {
   const Point3 goal = limb.goal->GetNodeTM(0).GetTrans();
   EXPECT_GT(goal.x, fk.back().GetTrans().x + 0.01f) << "the goal sits beyond the end";
   pb->SetValue(kIKFKBlend, 0, 1.0f);
-  ExpectPositionsNear(limb.Pose(), fk, 1e-3f);
+  ExpectPoseNear(limb.Pose(), fk, 1e-3f, true);
 }
 
 TEST_F(IKFKChainTest, MatchIKWithoutTargetWritesTheSwivel) {
@@ -140,7 +123,7 @@ TEST_F(IKFKChainTest, MatchIKWithoutTargetWritesTheSwivel) {
     EXPECT_GT(std::fabs(pb->GetFloat(kIKFKSwivelAngle)), 0.1f);
     pb->SetValue(kIKFKBlend, 0, 1.0f);
     if (points.size() == 3) {
-      ExpectPositionsNear(limb.Pose(), fk, 1e-3f);
+      ExpectPoseNear(limb.Pose(), fk, 1e-3f, true);
     } else {
       EXPECT_POINT3_NEAR(limb.Pose().back().GetTrans(), fk.back().GetTrans(), 1e-3f);
     }
@@ -153,11 +136,11 @@ TEST_F(IKFKChainTest, GoalLinksCarryTheGoalWithoutAJump) {
   IKFKControl* goal = IKFKChain::MemberControl(limb.goal);
   ASSERT_TRUE(goal);
   ASSERT_TRUE(goal->SetLink(new IKFKLink));
-  INode* hand_space = Node("hand space", At({5, 5, 0}));
+  INode* hand_space = Node("hand space", TransMatrix({5, 5, 0}));
   ASSERT_TRUE(goal->Link()->AddTarget(hand_space, 0, true));
   EXPECT_POINT3_NEAR(limb.goal->GetNodeTM(0).GetTrans(), Point3(20, 0, 0), 1e-4f)
       << "adding the link keeps the goal in place";
-  hand_space->SetNodeTM(0, At({1, 5, 3}));
+  hand_space->SetNodeTM(0, TransMatrix({1, 5, 3}));
   EXPECT_POINT3_NEAR(limb.goal->GetNodeTM(0).GetTrans(), Point3(16, 0, 3), 1e-4f);
   EXPECT_POINT3_NEAR(limb.members[2]->GetNodeTM(0).GetTrans(), Point3(16, 0, 3), 1e-3f);
   EXPECT_EQ(FindOwnerNode(goal->Link()), limb.goal) << "the link finds its goal through the control";
@@ -194,16 +177,16 @@ TEST_F(IKFKChainTest, GimbalCoordinatesShowTheJointsEulerAxes) {
 }
 
 TEST_F(IKFKChainTest, MembersWithoutAChainAreTheirLocalController) {
-  INode* parent = Node("parent", At({1, 2, 3}));
+  INode* parent = Node("parent", TransMatrix({1, 2, 3}));
   INode* node = Node("node", Matrix3(), parent);
   auto* member = new IKFKControl;
   node->SetTMController(member);
-  const Matrix3 want = RotateYMatrix(0.5f) * At({4, 0, 0});
+  const Matrix3 want = RotateYMatrix(0.5f) * TransMatrix({4, 0, 0});
   node->SetNodeTM(0, want);
   EXPECT_MATRIX3_NEAR(node->GetNodeTM(0), want, 1e-5f);
   EXPECT_EQ(member->FindChain(), nullptr);
   member->SetLocked(true);
-  node->SetNodeTM(0, At({9, 9, 9}));
+  node->SetNodeTM(0, TransMatrix({9, 9, 9}));
   EXPECT_MATRIX3_NEAR(node->GetNodeTM(0), want, 1e-5f) << "locked";
   // A member of a node that is not a chain finds none.
   member->SetMember(parent, kIKFKMemberJoint, 0);
@@ -218,7 +201,7 @@ TEST_F(IKFKChainTest, SolvingAgainAllocatesNothing) {
     const Limb limb = MakeLimb(Bones(points));
     ASSERT_TRUE(limb.chain);
     limb.Params()->SetValue(kIKFKBlend, 0, 0.5f);
-    limb.goal->SetNodeTM(0, At({points.back().x - 4, 2, 3}));
+    limb.goal->SetNodeTM(0, TransMatrix({points.back().x - 4, 2, 3}));
     Matrix3 tm;
     Interval valid = FOREVER;
     limb.chain->GetJointTM(0, 0, tm, valid);
@@ -237,7 +220,7 @@ TEST_F(IKFKChainTest, JointWritesInIKMatchFirstAndTheEndMovesTheGoal) {
   const Limb limb = MakeLimb(Bones(ArmPoints()));
   ASSERT_TRUE(limb.chain);
   limb.Params()->SetValue(kIKFKAutoMatch, 0, true);
-  limb.goal->SetNodeTM(0, At({14, 3, 4}));
+  limb.goal->SetNodeTM(0, TransMatrix({14, 3, 4}));
   const std::vector<Matrix3> ik = limb.Pose();
   // Turning the end joint while IK shows: the goal takes the new turn, so the joint shows it.
   Matrix3 want = ik[2];
@@ -256,7 +239,7 @@ TEST_F(IKFKChainTest, JointWritesInIKMatchFirstAndTheEndMovesTheGoal) {
 TEST_F(IKFKChainTest, DeletedGoalLeavesTheFKPoseUntilUndone) {
   const Limb limb = MakeLimb(Bones(ArmPoints()));
   ASSERT_TRUE(limb.chain);
-  limb.goal->SetNodeTM(0, At({14, 3, 4}));
+  limb.goal->SetNodeTM(0, TransMatrix({14, 3, 4}));
   const std::vector<Matrix3> ik = limb.Pose();
   Undoable("delete goal", [&] { GetCOREInterface()->DeleteNode(limb.goal); });
   EXPECT_EQ(limb.chain->GoalNode(), nullptr);
@@ -275,7 +258,7 @@ TEST_F(IKFKChainTest, DeletedGoalLeavesTheFKPoseUntilUndone) {
 TEST_F(IKFKChainTest, DisplayDrawsBonesGoalAndTarget) {
   const Limb limb = MakeLimb(Bones(ArmPoints()));
   ASSERT_TRUE(limb.chain);
-  limb.goal->SetNodeTM(0, At({14, 2, 5}));
+  limb.goal->SetNodeTM(0, TransMatrix({14, 2, 5}));
   HeadlessViewport vpt;
   struct Drawn {
     std::vector<std::vector<Point3>> lines;
