@@ -252,6 +252,8 @@ TEST_F(CurveIKTest, ClonesAndFilesEvaluateAlike) {
 
 TEST_F(CurveIKTest, EvaluationAllocatesNothingOnceSolved) {
   Rig r = MakeRig({{0, 0, 0}, {20, 10, 0}, {40, 0, 0}, {60, 0, 0}}, 12);
+  r.chain->ParamBlock()->SetValue(kCurveUseWave, 0, true);  // the wave samples every span
+  r.chain->ParamBlock()->SetValue(kCurveWaveAmplitude, 0, 1.0f);
   AnimateOn();
   r.chain->ParamBlock()->SetValue(kCurvePercent, 4800, 0.5f);
   AnimateOff();

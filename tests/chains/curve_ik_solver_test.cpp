@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "host/math/geometry.h"
-#include "tests/support/alloc_counter.h"
 #include "tests/support/math_generators.h"  // kPi
 #include "tests/support/math_matchers.h"
 
@@ -410,19 +409,6 @@ TEST(CurveIKSolverTest, DegenerateInputStaysFinite) {
     EXPECT_POINT3_NEAR(c.Pos(0), Point3(7, 7, 7), 0.0f);
     EXPECT_TRUE(c.ws.Samples().empty());
   }
-}
-
-TEST(CurveIKSolverTest, SolvesWithoutAllocatingOnceSized) {
-  Chain c(Wiggle(), 12);
-  c.params.use_wave = true;
-  c.params.wave_amplitude = 1.0f;
-  c.Solve();
-  const AllocationScope allocations;
-  for (int i = 0; i < 10; ++i) {
-    c.params.percent = 0.01f * static_cast<float>(i);
-    c.Solve();
-  }
-  EXPECT_EQ(allocations.Count(), 0u);
 }
 
 }  // namespace
