@@ -27,11 +27,19 @@ bool IsFinite(const Quat& q) {
   return std::isfinite(q.x) && std::isfinite(q.y) && std::isfinite(q.z) && std::isfinite(q.w);
 }
 
-/// v * Matrix(q): v turned by q.
+/// v * Matrix(q): v turned by q. The rows of Quat::MakeMatrix applied directly (in float, without
+/// building the matrix): this runs in every step of the N-joint search. A zero or non-finite q
+/// leaves v as it is, as its identity matrix would.
 Point3 Turn(const Point3& v, const Quat& q) {
-  Matrix3 m;
-  q.MakeMatrix(m);
-  return m.VectorTransform(v);
+  const float len2 = q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w;
+  if (!(len2 > 0.0f) || !std::isfinite(len2)) return v;
+  const float s = 2.0f / len2;
+  const float xx = q.x * q.x * s, yy = q.y * q.y * s, zz = q.z * q.z * s;
+  const float xy = q.x * q.y * s, xz = q.x * q.z * s, yz = q.y * q.z * s;
+  const float wx = q.w * q.x * s, wy = q.w * q.y * s, wz = q.w * q.z * s;
+  return {v.x * (1.0f - (yy + zz)) + v.y * (xy + wz) + v.z * (xz - wy),
+          v.x * (xy - wz) + v.y * (1.0f - (xx + zz)) + v.z * (yz + wx),
+          v.x * (xz + wy) + v.y * (yz - wx) + v.z * (1.0f - (xx + yy))};
 }
 
 /// The rotation of m. Quat(Matrix3) normalises rows itself, so only skewed rows need the
@@ -332,6 +340,7 @@ void SolveNJoint(const IKFKSolveInput& in,
 }  // namespace
 
 void IKFKWorkspace::Resize(std::size_t joint_count) {
+  if (positions.size() == joint_count) return;  // all buffers share one size
   for (auto* v : {&positions, &scales, &axes}) v->resize(joint_count);
   for (auto* v : {&fk, &ik, &preferred, &bases, &blended}) v->resize(joint_count);
   for (auto* v : {&angles, &previous, &bracket}) v->resize(joint_count);
@@ -466,7 +475,7 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
     out.joint_rotations[i] = result[i];
     out.preferred_rotations[i] = ws.fk[i];
     Matrix3 world = above_ps * in.parent_ws;
-    world.PreScale(ws.scales[i]);
+    if (ws.scales[i] != Point3(1, 1, 1)) world.PreScale(ws.scales[i]);  // a no-op at 1
     out.joint_tms[i] = world;
   }
   return true;
