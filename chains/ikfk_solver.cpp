@@ -42,6 +42,13 @@ Point3 Turn(const Point3& v, const Quat& q) {
           v.x * (xz + wy) + v.y * (yz - wx) + v.z * (1.0f - (xx + yy))};
 }
 
+/// QFromAngAxis(angle, axis) for a unit axis, in float: the N-joint search makes one per inner
+/// joint and step.
+Quat AboutUnitAxis(float angle, const Point3& axis) {
+  const float s = std::sin(0.5f * angle);
+  return Quat(axis * s, std::cos(0.5f * angle));
+}
+
 /// The rotation of m. Quat(Matrix3) normalises rows itself, so only skewed rows need the
 /// (costly) polar decomposition first.
 Quat RotationOf(Matrix3 m) {
@@ -159,7 +166,7 @@ void SolveSingleBone(const IKFKSolveInput& in,
   }
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
   const Point3 bone = n == 2 ? ws.positions[1] : Point3::XAxis;
-  ws.ik[0] = Conjugate(AimX(Normalize(bone))) * s;
+  ws.ik[0] = Conjugate(AimXFast(Normalize(bone))) * s;
 }
 
 /// Three joints: the triangle of the two bones and the goal distance, the elbow at +Y of the
@@ -196,18 +203,18 @@ void SolveTwoBone(const IKFKSolveInput& in,
   // Joint 1: the preferred rotation, then the turn about the bend normal onto the new lower bone.
   const Point3 lp = Normalize(lower_pref);
   const Point3 ln = Normalize(lower);
-  const float turn = std::atan2((lp ^ ln) % normal, lp % ln);
-  ws.ik[1] = ws.preferred[1] * QFromAngAxis(-turn, normal);  // right-handed about `normal`
+  // QFromAngAxis(-turn, normal), turn = atan2(sin, cos): right-handed about `normal`.
+  const HalfAngle turn = HalfAngleOf(lp % ln, (lp ^ ln) % normal);
+  ws.ik[1] = ws.preferred[1] * Quat(normal * -turn.sin, turn.cos);
 
   // Joint 0: aim the end at the goal, then turn about the aim line so the elbow's offset from
   // it (ê x normal) lies on the swivel frame's +Y.
-  const Quat aim = AimX(Normalize(end));
+  const Quat aim = AimXFast(Normalize(end));
   const Point3 elbow_dir = Turn(Normalize(end) ^ normal, Conjugate(aim));
-  const float elbow_angle = elbow_dir.y * elbow_dir.y + elbow_dir.z * elbow_dir.z > 0.0f
-                                ? std::atan2(elbow_dir.z, elbow_dir.y)
-                                : 0.0f;
+  // XRotation(-atan2(z, y)); no offset (elbow on the aim line) gives no turn.
+  const HalfAngle elbow = HalfAngleOf(elbow_dir.y, elbow_dir.z);
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
-  ws.ik[0] = Conjugate(aim) * XRotation(-elbow_angle) * s;
+  ws.ik[0] = Conjugate(aim) * Quat(elbow.sin, 0.0f, 0.0f, elbow.cos) * s;
 }
 
 /// The chain's end in joint 0's frame for the current bend angles (joint rotations written to
@@ -219,7 +226,7 @@ Point3 ChainEnd(IKFKWorkspace& ws) {
   for (std::size_t i = 1; i < n; ++i) {
     end += Turn(ws.positions[i], frame);
     if (i + 1 < n) {
-      ws.ik[i] = ws.bases[i] * QFromAngAxis(ws.angles[i], ws.axes[i]);
+      ws.ik[i] = ws.bases[i] * AboutUnitAxis(ws.angles[i], ws.axes[i]);
       frame = ws.ik[i] * frame;
     }
   }
@@ -334,7 +341,7 @@ void SolveNJoint(const IKFKSolveInput& in,
 
   const Point3 end = ChainEnd(ws);  // writes the inner joints' rotations
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
-  ws.ik[0] = Conjugate(AimX(Normalize(end))) * s;
+  ws.ik[0] = Conjugate(AimXFast(Normalize(end))) * s;
 }
 
 }  // namespace
@@ -374,8 +381,9 @@ Quat EffectivePreferredRotation(const Quat& qp,
 }
 
 Quat SwivelFrame(const Point3& root_ps, const Point3& goal_ps, const Quat& qp, float swivel_angle) {
-  const Point3 v = Turn(goal_ps - root_ps, Inverse(qp));  // the goal direction in qp's frame
-  return XRotation(swivel_angle) * AimX(Normalize(v)) * qp;
+  // The goal direction in qp's frame (Turn normalises, so the conjugate inverts).
+  const Point3 v = Turn(goal_ps - root_ps, Conjugate(qp));
+  return XRotation(swivel_angle) * AimXFast(Normalize(v)) * qp;
 }
 
 float SoftIKLimit(float d, float chain_length, float soft_ik) {
