@@ -377,7 +377,7 @@ Quat EffectivePreferredRotation(const Quat& qp,
                                 const Matrix3& swivel_space_ws,
                                 const Matrix3& parent_ws) {
   if (parent_space != 0) return qp;
-  return qp * RotationOf(swivel_space_ws * Inverse(parent_ws));
+  return qp * RotationOf(swivel_space_ws * InverseOfRigid(parent_ws));
 }
 
 Quat SwivelFrame(const Point3& root_ps, const Point3& goal_ps, const Quat& qp, float swivel_angle) {
@@ -423,7 +423,7 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
   }
 
   if (prm.w > 0.0f && n > 0) {
-    const Matrix3 parent_inv = Inverse(in.parent_ws);
+    const Matrix3 parent_inv = InverseOfRigid(in.parent_ws);
     Reach r;
     r.root = ws.positions[0];
     r.goal = parent_inv.PointTransform(in.goal_ws.GetTrans());

@@ -74,6 +74,21 @@ inline Quat AimXFast(const Point3& v) {
   return {0.0f, v.z * k, -v.y * k, h.cos};
 }
 
+/// Inverse(m), read off as the transpose when m's rows 0..2 are orthonormal (a rigid transform,
+/// within float rounding), which saves the general inverse's singularity test and cofactors.
+/// Any other m goes to Inverse.
+inline Matrix3 InverseOfRigid(const Matrix3& m) {
+  const Point3 r0 = m.GetRow(0), r1 = m.GetRow(1), r2 = m.GetRow(2), t = m.GetTrans();
+  constexpr float kTol = 1e-6f;
+  if (!(std::fabs(r0 % r0 - 1.0f) <= kTol && std::fabs(r1 % r1 - 1.0f) <= kTol &&
+        std::fabs(r2 % r2 - 1.0f) <= kTol && std::fabs(r0 % r1) <= kTol &&
+        std::fabs(r1 % r2) <= kTol && std::fabs(r2 % r0) <= kTol)) {
+    return Inverse(m);
+  }
+  return Matrix3(Point3(r0.x, r1.x, r2.x), Point3(r0.y, r1.y, r2.y), Point3(r0.z, r1.z, r2.z),
+                 -Point3(t % r0, t % r1, t % r2));
+}
+
 /// The angle of RotationBetween(a, b) alone, radians in [0, pi]; 0 when |a||b| is below
 /// kRotationBetweenMinLengthProduct.
 float AngleBetween(const Point3& a, const Point3& b);

@@ -232,3 +232,23 @@ TEST(GeometryTest, AimXFastKeepsTheDegenerateCases) {
     EXPECT_EQ(fast.w, slow.w);
   }
 }
+
+RC_GTEST_PROP(GeometryProperty, InverseOfRigidMatchesInverse, ()) {
+  const Matrix3 rigid = *marvolith::test::GenAffine(
+      {.min_scale = 1.0f, .max_scale = 1.0f, .allow_mirror = true, .max_translation = 100.0f});
+  RC_ASSERT_MATRIX3_NEAR(InverseOfRigid(rigid), Inverse(rigid), 1e-4f);
+  RC_ASSERT_MATRIX3_NEAR(rigid * InverseOfRigid(rigid), Matrix3(), 1e-4f);
+  // Anything stretched is no rotation: the transpose would be wrong, so the general inverse
+  // must answer, bit for bit.
+  const Matrix3 scaled = *marvolith::test::GenAffine({.min_scale = 0.5f, .max_scale = 2.0f});
+  const float stretch = *marvolith::test::GenFloat(1.001f, 1.5f);
+  for (const Matrix3& m : {scaled, ScaleMatrix(Point3(1, stretch, 1)) * rigid}) {
+    RC_ASSERT_MATRIX3_NEAR(InverseOfRigid(m), Inverse(m), 0.0f);
+  }
+}
+
+TEST(GeometryTest, InverseOfRigidKeepsTheSingularFallback) {
+  Matrix3 flat = TransMatrix(Point3(1, 2, 3));
+  flat.SetRow(2, Point3());
+  EXPECT_MATRIX3_NEAR(InverseOfRigid(flat), Inverse(flat), 0.0f);
+}
