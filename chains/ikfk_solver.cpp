@@ -27,19 +27,22 @@ bool IsFinite(const Quat& q) {
   return std::isfinite(q.x) && std::isfinite(q.y) && std::isfinite(q.z) && std::isfinite(q.w);
 }
 
-/// v * Matrix(q): v turned by q. The rows of Quat::MakeMatrix applied directly (in float, without
-/// building the matrix): this runs in every step of the N-joint search. A zero or non-finite q
-/// leaves v as it is, as its identity matrix would.
+/// v * Matrix(q): v turned by q. Quat::MakeMatrix's entries (in double, rounded to float as it
+/// stores them) applied directly, without building the matrix: the N-joint search turns every
+/// bone in every step, and its stopping test is sensitive enough to need the same rounding. A
+/// zero or non-finite q leaves v as it is, as its identity matrix would.
 Point3 Turn(const Point3& v, const Quat& q) {
-  const float len2 = q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w;
-  if (!(len2 > 0.0f) || !std::isfinite(len2)) return v;
-  const float s = 2.0f / len2;
-  const float xx = q.x * q.x * s, yy = q.y * q.y * s, zz = q.z * q.z * s;
-  const float xy = q.x * q.y * s, xz = q.x * q.z * s, yz = q.y * q.z * s;
-  const float wx = q.w * q.x * s, wy = q.w * q.y * s, wz = q.w * q.z * s;
-  return {v.x * (1.0f - (yy + zz)) + v.y * (xy + wz) + v.z * (xz - wy),
-          v.x * (xy - wz) + v.y * (1.0f - (xx + zz)) + v.z * (yz + wx),
-          v.x * (xz + wy) + v.y * (yz - wx) + v.z * (1.0f - (xx + yy))};
+  const double len2 = double(q.x) * q.x + double(q.y) * q.y + double(q.z) * q.z + double(q.w) * q.w;
+  if (!(len2 > 0.0) || !std::isfinite(len2)) return v;
+  const double s = 2.0 / len2;
+  const double xx = q.x * q.x * s, yy = q.y * q.y * s, zz = q.z * q.z * s;
+  const double xy = q.x * q.y * s, xz = q.x * q.z * s, yz = q.y * q.z * s;
+  const double wx = q.w * q.x * s, wy = q.w * q.y * s, wz = q.w * q.z * s;
+  const Point3 r0(float(1.0 - (yy + zz)), float(xy - wz), float(xz + wy));
+  const Point3 r1(float(xy + wz), float(1.0 - (xx + zz)), float(yz - wx));
+  const Point3 r2(float(xz - wy), float(yz + wx), float(1.0 - (xx + yy)));
+  return {v.x * r0.x + v.y * r1.x + v.z * r2.x, v.x * r0.y + v.y * r1.y + v.z * r2.y,
+          v.x * r0.z + v.y * r1.z + v.z * r2.z};
 }
 
 /// QFromAngAxis(angle, axis) for a unit axis, in float: the N-joint search makes one per inner
