@@ -27,11 +27,29 @@ bool IsFinite(const Quat& q) {
   return std::isfinite(q.x) && std::isfinite(q.y) && std::isfinite(q.z) && std::isfinite(q.w);
 }
 
-/// v * Matrix(q): v turned by q.
+/// v * Matrix(q): v turned by q. Quat::MakeMatrix's entries (in double, rounded to float as it
+/// stores them) applied directly, without building the matrix: the N-joint search turns every
+/// bone in every step, and its stopping test is sensitive enough to need the same rounding. A
+/// zero or non-finite q leaves v as it is, as its identity matrix would.
 Point3 Turn(const Point3& v, const Quat& q) {
-  Matrix3 m;
-  q.MakeMatrix(m);
-  return m.VectorTransform(v);
+  const double len2 = double(q.x) * q.x + double(q.y) * q.y + double(q.z) * q.z + double(q.w) * q.w;
+  if (!(len2 > 0.0) || !std::isfinite(len2)) return v;
+  const double s = 2.0 / len2;
+  const double xx = q.x * q.x * s, yy = q.y * q.y * s, zz = q.z * q.z * s;
+  const double xy = q.x * q.y * s, xz = q.x * q.z * s, yz = q.y * q.z * s;
+  const double wx = q.w * q.x * s, wy = q.w * q.y * s, wz = q.w * q.z * s;
+  const Point3 r0(float(1.0 - (yy + zz)), float(xy - wz), float(xz + wy));
+  const Point3 r1(float(xy + wz), float(1.0 - (xx + zz)), float(yz - wx));
+  const Point3 r2(float(xz - wy), float(yz + wx), float(1.0 - (xx + yy)));
+  return {v.x * r0.x + v.y * r1.x + v.z * r2.x, v.x * r0.y + v.y * r1.y + v.z * r2.y,
+          v.x * r0.z + v.y * r1.z + v.z * r2.z};
+}
+
+/// QFromAngAxis(angle, axis) for a unit axis, in float: the N-joint search makes one per inner
+/// joint and step.
+Quat AboutUnitAxis(float angle, const Point3& axis) {
+  const float s = std::sin(0.5f * angle);
+  return Quat(axis * s, std::cos(0.5f * angle));
 }
 
 /// The rotation of m. Quat(Matrix3) normalises rows itself, so only skewed rows need the
@@ -151,7 +169,7 @@ void SolveSingleBone(const IKFKSolveInput& in,
   }
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
   const Point3 bone = n == 2 ? ws.positions[1] : Point3::XAxis;
-  ws.ik[0] = Conjugate(AimX(Normalize(bone))) * s;
+  ws.ik[0] = Conjugate(AimXFast(Normalize(bone))) * s;
 }
 
 /// Three joints: the triangle of the two bones and the goal distance, the elbow at +Y of the
@@ -188,18 +206,18 @@ void SolveTwoBone(const IKFKSolveInput& in,
   // Joint 1: the preferred rotation, then the turn about the bend normal onto the new lower bone.
   const Point3 lp = Normalize(lower_pref);
   const Point3 ln = Normalize(lower);
-  const float turn = std::atan2((lp ^ ln) % normal, lp % ln);
-  ws.ik[1] = ws.preferred[1] * QFromAngAxis(-turn, normal);  // right-handed about `normal`
+  // QFromAngAxis(-turn, normal), turn = atan2(sin, cos): right-handed about `normal`.
+  const HalfAngle turn = HalfAngleOf(lp % ln, (lp ^ ln) % normal);
+  ws.ik[1] = ws.preferred[1] * Quat(normal * -turn.sin, turn.cos);
 
   // Joint 0: aim the end at the goal, then turn about the aim line so the elbow's offset from
   // it (ê x normal) lies on the swivel frame's +Y.
-  const Quat aim = AimX(Normalize(end));
+  const Quat aim = AimXFast(Normalize(end));
   const Point3 elbow_dir = Turn(Normalize(end) ^ normal, Conjugate(aim));
-  const float elbow_angle = elbow_dir.y * elbow_dir.y + elbow_dir.z * elbow_dir.z > 0.0f
-                                ? std::atan2(elbow_dir.z, elbow_dir.y)
-                                : 0.0f;
+  // XRotation(-atan2(z, y)); no offset (elbow on the aim line) gives no turn.
+  const HalfAngle elbow = HalfAngleOf(elbow_dir.y, elbow_dir.z);
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
-  ws.ik[0] = Conjugate(aim) * XRotation(-elbow_angle) * s;
+  ws.ik[0] = Conjugate(aim) * Quat(elbow.sin, 0.0f, 0.0f, elbow.cos) * s;
 }
 
 /// The chain's end in joint 0's frame for the current bend angles (joint rotations written to
@@ -211,7 +229,7 @@ Point3 ChainEnd(IKFKWorkspace& ws) {
   for (std::size_t i = 1; i < n; ++i) {
     end += Turn(ws.positions[i], frame);
     if (i + 1 < n) {
-      ws.ik[i] = ws.bases[i] * QFromAngAxis(ws.angles[i], ws.axes[i]);
+      ws.ik[i] = ws.bases[i] * AboutUnitAxis(ws.angles[i], ws.axes[i]);
       frame = ws.ik[i] * frame;
     }
   }
@@ -326,12 +344,13 @@ void SolveNJoint(const IKFKSolveInput& in,
 
   const Point3 end = ChainEnd(ws);  // writes the inner joints' rotations
   const Quat s = SwivelRotation(in, prm, r, ws.preferred[0], parent_inv);
-  ws.ik[0] = Conjugate(AimX(Normalize(end))) * s;
+  ws.ik[0] = Conjugate(AimXFast(Normalize(end))) * s;
 }
 
 }  // namespace
 
 void IKFKWorkspace::Resize(std::size_t joint_count) {
+  if (positions.size() == joint_count) return;  // all buffers share one size
   for (auto* v : {&positions, &scales, &axes}) v->resize(joint_count);
   for (auto* v : {&fk, &ik, &preferred, &bases, &blended}) v->resize(joint_count);
   for (auto* v : {&angles, &previous, &bracket}) v->resize(joint_count);
@@ -361,12 +380,13 @@ Quat EffectivePreferredRotation(const Quat& qp,
                                 const Matrix3& swivel_space_ws,
                                 const Matrix3& parent_ws) {
   if (parent_space != 0) return qp;
-  return qp * RotationOf(swivel_space_ws * Inverse(parent_ws));
+  return qp * RotationOf(swivel_space_ws * InverseOfRigid(parent_ws));
 }
 
 Quat SwivelFrame(const Point3& root_ps, const Point3& goal_ps, const Quat& qp, float swivel_angle) {
-  const Point3 v = Turn(goal_ps - root_ps, Inverse(qp));  // the goal direction in qp's frame
-  return XRotation(swivel_angle) * AimX(Normalize(v)) * qp;
+  // The goal direction in qp's frame (Turn normalises, so the conjugate inverts).
+  const Point3 v = Turn(goal_ps - root_ps, Conjugate(qp));
+  return XRotation(swivel_angle) * AimXFast(Normalize(v)) * qp;
 }
 
 float SoftIKLimit(float d, float chain_length, float soft_ik) {
@@ -406,7 +426,7 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
   }
 
   if (prm.w > 0.0f && n > 0) {
-    const Matrix3 parent_inv = Inverse(in.parent_ws);
+    const Matrix3 parent_inv = InverseOfRigid(in.parent_ws);
     Reach r;
     r.root = ws.positions[0];
     r.goal = parent_inv.PointTransform(in.goal_ws.GetTrans());
@@ -466,7 +486,7 @@ bool SolveIKFK(const IKFKSolveInput& in, IKFKSolveOutput& out, IKFKWorkspace& ws
     out.joint_rotations[i] = result[i];
     out.preferred_rotations[i] = ws.fk[i];
     Matrix3 world = above_ps * in.parent_ws;
-    world.PreScale(ws.scales[i]);
+    if (ws.scales[i] != Point3(1, 1, 1)) world.PreScale(ws.scales[i]);  // a no-op at 1
     out.joint_tms[i] = world;
   }
   return true;

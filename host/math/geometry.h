@@ -3,9 +3,12 @@
 // rotations and look-at frames. Quaternions follow quat.h's convention.
 #pragma once
 
+#include <cmath>
+
 #include "host/math/matrix3.h"
 #include "host/math/point3.h"
 #include "host/math/quat.h"
+#include "host/math/tolerances.h"
 
 /// a / b, with b replaced by eps when |b| is below eps (so a tiny negative divisor turns
 /// positive). eps > 0 is the caller's (kSolverSafeDivEpsilon, kFloatMathSafeDivEpsilon).
@@ -41,6 +44,50 @@ Quat AimX(const Point3& v);
 /// kRotationBetweenMinLengthProduct; opposite a and b (no unique axis) give the half turn about
 /// the normal of a x W, W the world axis least aligned with a.
 Quat RotationBetween(const Point3& a, const Point3& b);
+
+/// Cosine and sine of half the angle atan2(s, c), found without trig functions (solvers that
+/// already hold a cosine and a sine need no angle). The half angle lies in (-pi/2, pi/2], so
+/// `cos` is never negative; c = s = 0 gives the zero angle. Each branch divides by the larger
+/// half, so neither loses precision near 0 or pi.
+struct HalfAngle {
+  float cos = 1.0f;
+  float sin = 0.0f;
+};
+inline HalfAngle HalfAngleOf(float c, float s) {
+  const float r = std::sqrt(c * c + s * s);
+  if (!(r > 0.0f)) return {};
+  if (c >= 0.0f) {
+    const float ch = std::sqrt((r + c) / (2.0f * r));
+    return {ch, s / (2.0f * r * ch)};
+  }
+  const float sh = std::copysign(std::sqrt((r - c) / (2.0f * r)), s);
+  return {s / (2.0f * r * sh), sh};
+}
+
+/// AimX(v) without trig functions, equal to it up to float rounding; the degenerate cases (v
+/// short, or on the X line) are AimX's own.
+inline Quat AimXFast(const Point3& v) {
+  const float r = std::sqrt(v.y * v.y + v.z * v.z);
+  if (!(r >= 1e-15f) || !(v.Length() >= kAimXMinLength)) return AimX(v);
+  const HalfAngle h = HalfAngleOf(v.x, r);
+  const float k = h.sin / r;  // the axis (0, v.z, -v.y) / r, scaled by the half sine
+  return {0.0f, v.z * k, -v.y * k, h.cos};
+}
+
+/// Inverse(m), read off as the transpose when m's rows 0..2 are orthonormal (a rigid transform,
+/// within float rounding), which saves the general inverse's singularity test and cofactors.
+/// Any other m goes to Inverse.
+inline Matrix3 InverseOfRigid(const Matrix3& m) {
+  const Point3 r0 = m.GetRow(0), r1 = m.GetRow(1), r2 = m.GetRow(2), t = m.GetTrans();
+  constexpr float kTol = 1e-6f;
+  if (!(std::fabs(r0 % r0 - 1.0f) <= kTol && std::fabs(r1 % r1 - 1.0f) <= kTol &&
+        std::fabs(r2 % r2 - 1.0f) <= kTol && std::fabs(r0 % r1) <= kTol &&
+        std::fabs(r1 % r2) <= kTol && std::fabs(r2 % r0) <= kTol)) {
+    return Inverse(m);
+  }
+  return Matrix3(Point3(r0.x, r1.x, r2.x), Point3(r0.y, r1.y, r2.y), Point3(r0.z, r1.z, r2.z),
+                 -Point3(t % r0, t % r1, t % r2));
+}
 
 /// The angle of RotationBetween(a, b) alone, radians in [0, pi]; 0 when |a||b| is below
 /// kRotationBetweenMinLengthProduct.

@@ -176,3 +176,79 @@ RC_GTEST_PROP(GeometryProperty, ClippedSegmentStaysOnItsLineInsideTheRect, ()) {
   }
   RC_ASSERT(DotProd(b - a, d) >= -1e-3f);
 }
+
+// The trig-free forms must give the same quaternion as the trig ones, sign included: solvers
+// compose them with other rotations, so -q is not an acceptable stand-in here.
+RC_GTEST_PROP(GeometryProperty, HalfAngleOfMatchesHalfOfAtan2, ()) {
+  const float a = *marvolith::test::GenFloat(-kPi, kPi);
+  const float r = *marvolith::test::GenFloat(1e-3f, 100.0f);
+  const float c = r * std::cos(a), s = r * std::sin(a);
+  const double half = 0.5 * std::atan2(double(s), double(c));
+  const HalfAngle h = HalfAngleOf(c, s);
+  RC_ASSERT(std::fabs(h.cos - std::cos(half)) < 1e-6);
+  RC_ASSERT(std::fabs(h.sin - std::sin(half)) < 1e-6);
+}
+
+TEST(GeometryTest, HalfAngleOfEdges) {
+  const HalfAngle zero = HalfAngleOf(0.0f, 0.0f);
+  EXPECT_EQ(zero.cos, 1.0f);
+  EXPECT_EQ(zero.sin, 0.0f);
+  const HalfAngle ahead = HalfAngleOf(3.0f, 0.0f);
+  EXPECT_EQ(ahead.cos, 1.0f);
+  EXPECT_EQ(ahead.sin, 0.0f);
+  // Straight back: +pi for +0, -pi for -0, as atan2 reads the sign of zero.
+  const HalfAngle back = HalfAngleOf(-2.0f, 0.0f);
+  EXPECT_EQ(back.cos, 0.0f);
+  EXPECT_EQ(back.sin, 1.0f);
+  EXPECT_EQ(HalfAngleOf(-2.0f, -0.0f).sin, -1.0f);
+  const HalfAngle up = HalfAngleOf(0.0f, 5.0f);
+  EXPECT_NEAR(up.cos, std::sqrt(0.5f), 1e-7f);
+  EXPECT_NEAR(up.sin, std::sqrt(0.5f), 1e-7f);
+}
+
+RC_GTEST_PROP(GeometryProperty, AimXFastMatchesAimX, ()) {
+  // Any direction, and ones within a hair of the X line either way, where AimX's own angle
+  // is most delicate.
+  const Point3 v = *rc::gen::oneOf(
+      GenDirection(),
+      rc::gen::apply(
+          [](float x, float y, float z) { return Point3(x, y, z); },
+          rc::gen::element(-3.0f, -0.5f, 0.5f, 3.0f), marvolith::test::GenFloat(-1e-4f, 1e-4f),
+          marvolith::test::GenFloat(-1e-4f, 1e-4f)));
+  const Quat slow = AimX(v), fast = AimXFast(v);
+  RC_ASSERT(std::fabs(fast.x - slow.x) < 2e-6f);
+  RC_ASSERT(std::fabs(fast.y - slow.y) < 2e-6f);
+  RC_ASSERT(std::fabs(fast.z - slow.z) < 2e-6f);
+  RC_ASSERT(std::fabs(fast.w - slow.w) < 2e-6f);
+}
+
+TEST(GeometryTest, AimXFastKeepsTheDegenerateCases) {
+  for (const Point3& v : {Point3(0.005f, 0.005f, 0), Point3(2, 0, 0), Point3(-2, 0, 0),
+                          Point3(-2, 1e-30f, 0), Point3(0, 0, 0)}) {
+    const Quat slow = AimX(v), fast = AimXFast(v);
+    EXPECT_EQ(fast.x, slow.x);
+    EXPECT_EQ(fast.y, slow.y);
+    EXPECT_EQ(fast.z, slow.z);
+    EXPECT_EQ(fast.w, slow.w);
+  }
+}
+
+RC_GTEST_PROP(GeometryProperty, InverseOfRigidMatchesInverse, ()) {
+  const Matrix3 rigid = *marvolith::test::GenAffine(
+      {.min_scale = 1.0f, .max_scale = 1.0f, .allow_mirror = true, .max_translation = 100.0f});
+  RC_ASSERT_MATRIX3_NEAR(InverseOfRigid(rigid), Inverse(rigid), 1e-4f);
+  RC_ASSERT_MATRIX3_NEAR(rigid * InverseOfRigid(rigid), Matrix3(), 1e-4f);
+  // Anything stretched is no rotation: the transpose would be wrong, so the general inverse
+  // must answer, bit for bit.
+  const Matrix3 scaled = *marvolith::test::GenAffine({.min_scale = 0.5f, .max_scale = 2.0f});
+  const float stretch = *marvolith::test::GenFloat(1.001f, 1.5f);
+  for (const Matrix3& m : {scaled, ScaleMatrix(Point3(1, stretch, 1)) * rigid}) {
+    RC_ASSERT_MATRIX3_NEAR(InverseOfRigid(m), Inverse(m), 0.0f);
+  }
+}
+
+TEST(GeometryTest, InverseOfRigidKeepsTheSingularFallback) {
+  Matrix3 flat = TransMatrix(Point3(1, 2, 3));
+  flat.SetRow(2, Point3());
+  EXPECT_MATRIX3_NEAR(InverseOfRigid(flat), Inverse(flat), 0.0f);
+}
