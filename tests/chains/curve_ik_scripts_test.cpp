@@ -15,7 +15,6 @@
 namespace marvolith::test {
 namespace {
 
-
 std::vector<INode*> NodesNamed(const std::string& prefix) {
   std::vector<INode*> out;
   for (INode* n : AllNodes()) {

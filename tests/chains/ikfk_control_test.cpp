@@ -143,7 +143,8 @@ TEST_F(IKFKChainTest, GoalLinksCarryTheGoalWithoutAJump) {
   hand_space->SetNodeTM(0, TransMatrix({1, 5, 3}));
   EXPECT_POINT3_NEAR(limb.goal->GetNodeTM(0).GetTrans(), Point3(16, 0, 3), 1e-4f);
   EXPECT_POINT3_NEAR(limb.members[2]->GetNodeTM(0).GetTrans(), Point3(16, 0, 3), 1e-3f);
-  EXPECT_EQ(FindOwnerNode(goal->Link()), limb.goal) << "the link finds its goal through the control";
+  EXPECT_EQ(FindOwnerNode(goal->Link()), limb.goal)
+      << "the link finds its goal through the control";
   // A match writes the goal through its link: it lands on the FK end.
   limb.Params()->SetValue(kIKFKBlend, 0, 0.0f);
   limb.chain->MatchIK(false);

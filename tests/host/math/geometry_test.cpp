@@ -210,11 +210,10 @@ RC_GTEST_PROP(GeometryProperty, AimXFastMatchesAimX, ()) {
   // Any direction, and ones within a hair of the X line either way, where AimX's own angle
   // is most delicate.
   const Point3 v = *rc::gen::oneOf(
-      GenDirection(),
-      rc::gen::apply(
-          [](float x, float y, float z) { return Point3(x, y, z); },
-          rc::gen::element(-3.0f, -0.5f, 0.5f, 3.0f), marvolith::test::GenFloat(-1e-4f, 1e-4f),
-          marvolith::test::GenFloat(-1e-4f, 1e-4f)));
+      GenDirection(), rc::gen::apply([](float x, float y, float z) { return Point3(x, y, z); },
+                                     rc::gen::element(-3.0f, -0.5f, 0.5f, 3.0f),
+                                     marvolith::test::GenFloat(-1e-4f, 1e-4f),
+                                     marvolith::test::GenFloat(-1e-4f, 1e-4f)));
   const Quat slow = AimX(v), fast = AimXFast(v);
   RC_ASSERT(std::fabs(fast.x - slow.x) < 2e-6f);
   RC_ASSERT(std::fabs(fast.y - slow.y) < 2e-6f);
