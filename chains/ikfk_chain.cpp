@@ -272,12 +272,15 @@ bool IKFKChain::AutoMatchWanted() {
 
 void IKFKChain::InvalidateMembers() {
   if (!pblock_) return;
-  for (int i = 0, n = NumJoints(); i < n; ++i) {
-    if (INode* joint = JointNode(i)) joint->InvalidateTM();
-  }
-  for (INode* node : {GoalNode(), GoalParentNode(), TargetNode()}) {
-    if (node) node->InvalidateTM();
-  }
+  // The members' shapes depend on the blend too (IKFKDisplayMod), so their world states go with
+  // their transforms.
+  auto invalidate = [](INode* node) {
+    if (!node) return;
+    node->InvalidateTM();
+    node->InvalidateWS();
+  };
+  for (int i = 0, n = NumJoints(); i < n; ++i) invalidate(JointNode(i));
+  for (INode* node : {GoalNode(), GoalParentNode(), TargetNode()}) invalidate(node);
 }
 
 // ---------------------------------------------------------------------------------------------

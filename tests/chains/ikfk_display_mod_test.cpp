@@ -96,6 +96,11 @@ TEST_F(IKFKDisplayModTest, FollowsTheChainBlendAndItsValidity) {
   limb.Params()->SetValue(kIKFKBlend, 0, 0.25f);
   INode* goal = Shown(new PointsObject({{0, 0, 0}, {4, 0, 0}}), limb.goal);
   EXPECT_POINT3_NEAR(PointsOf(goal, 0)[1], Point3(2.5f, 0, 0), 1e-6f) << "the goal at 0.25";
+  // A blend change at the same frame reaches the shape without anyone dropping its cache.
+  limb.Params()->SetValue(kIKFKBlend, 0, 0.75f);
+  const ObjectState& again = goal->EvalWorldState(0);
+  EXPECT_POINT3_NEAR(static_cast<PointsObject*>(again.obj)->points[1], Point3(3.5f, 0, 0), 1e-6f)
+      << "the goal at 0.75, same frame";
   Interval ignored = FOREVER;
   EXPECT_EQ(IKFKDisplayFactor(ReadIKFKDisplayInput(limb.bones[0], 0, ignored)), 0.5f)
       << "a plain bone of the limb";
