@@ -120,6 +120,13 @@ constexpr float kAnkleHeight = 0.28f;
 
 class Builder {
  public:
+  // The points of a spine that later parts hang on.
+  struct Spine {
+    int pelvis = -1;
+    std::vector<int> members;  // "spine_1".."spine_n"
+    int Chest() const { return members.empty() ? pelvis : members.back(); }
+  };
+
   Builder(RigTemplate& t, const RigParamValues& p, bool keep_previous)
       : t_(t), p_(p), keep_(keep_previous), side_(std::clamp(p[kRigSide], 0, 2)) {}
 
@@ -155,16 +162,12 @@ class Builder {
                          static_cast<float>(i) / static_cast<float>(count), a, side_);
   }
 
-  // Parts. Each answers the points that later parts hang on.
-  struct Spine {
-    int pelvis = -1;
-    std::vector<int> members;  // "spine_1".."spine_n"
-    int Chest() const { return members.empty() ? pelvis : members.back(); }
-  };
   Spine BuildSpine(const Matrix3& tm,
                    std::string_view pelvis_role,
                    std::string_view spine_role,
-                   std::uint32_t segment_flags);
+                   std::uint32_t segment_flags,
+                   int parent = -1);
+  void BuildArmsOnSpine(const Spine& spine, float scale);
   int BuildHead(const Matrix3& tm, int parent);
   void BuildFace(const Matrix3& tm, int head);
   void BuildArm(const Matrix3& tm, int pair, SidedIndex parent);
@@ -186,6 +189,8 @@ class Builder {
   void BuildCentaur();
   void BuildInsect();
   void BuildFaceOnly();
+  void BuildBackLegs(int pelvis);
+  void BuildTail(int parent, float scale, const Point3& at);
   // The matrix of a lone sided part: at the origin for one side, apart for both.
   Matrix3 LonePart(float scale, float x, const Point3& at) const {
     Matrix3 tm = Uniform(side_ == kSideBoth ? scale : 1.0f);
@@ -202,13 +207,14 @@ class Builder {
 Builder::Spine Builder::BuildSpine(const Matrix3& tm,
                                    std::string_view pelvis_role,
                                    std::string_view spine_role,
-                                   std::uint32_t segment_flags) {
+                                   std::uint32_t segment_flags,
+                                   int parent) {
   // Local frame: the pelvis at the origin, the chain up +Z to the chest at 1.
   Spine s;
   const std::uint32_t flags = kPointBonePreview | segment_flags;
-  s.pelvis = Center(kComponentSpine, pelvis_role, -1, Point3(0, 0, 0), -1, tm, flags);
+  s.pelvis = Center(kComponentSpine, pelvis_role, -1, Point3(0, 0, 0), parent, tm, flags);
   const int n = ChainCount(p_, kRigSpineControls, kRigSpineBones, kRigUseSpineBones);
-  int parent = s.pelvis;
+  parent = s.pelvis;
   for (int i = 0; i < n; ++i) {
     const float u = n == 1 ? 0.5f : static_cast<float>(i) / static_cast<float>(n - 1);
     parent =
@@ -499,6 +505,25 @@ void Builder::BuildInsectLeg(const Matrix3& tm, int pair, SidedIndex parent) {
                i < 5 ? kPointBonePreview : kPointEnd);
 }
 
+// The member of a spine that pair `pair` of `pairs` hangs on: the chest for the first pair,
+// lower members for the later ones, in proportion to the pair index.
+int SpineMemberForPair(const std::vector<int>& members, int pair, int pairs) {
+  const int n = static_cast<int>(members.size());
+  const float u = 1.0f - static_cast<float>(pair) / static_cast<float>(std::max(pairs, 1));
+  return members[std::clamp(static_cast<int>(std::lround(static_cast<float>(n - 1) * u)), 0,
+                            n - 1)];
+}
+
+void Builder::BuildArmsOnSpine(const Spine& spine, float scale) {
+  const int arm_pairs = Count(p_, kRigArmPairs, 0);
+  for (int a = 0; a < arm_pairs && !spine.members.empty(); ++a) {
+    const int at = SpineMemberForPair(spine.members, a, arm_pairs);
+    Matrix3 arm_tm = Uniform(scale);
+    arm_tm.Translate(t_.Points()[at].pos - Point3(0, 0, 0.02f));
+    BuildArm(arm_tm, a, Both(at));
+  }
+}
+
 void Builder::BuildBiped(bool hooved) {
   Matrix3 spine_tm = Uniform(0.29f);
   spine_tm.Translate(Point3(0, 0, 0.55f));
@@ -508,32 +533,111 @@ void Builder::BuildBiped(bool hooved) {
     head_tm.Translate(Point3(0, 0, 0.84f));
     BuildHead(head_tm, spine.Chest());
   }
-  const int arm_pairs = Count(p_, kRigArmPairs, 0);
-  const int n = static_cast<int>(spine.members.size());
-  for (int a = 0; a < arm_pairs; ++a) {
-    // Later pairs hang lower on the spine, in proportion to the pair index.
-    const int member = std::clamp(
-        static_cast<int>(std::lround((n - 1) * (1.0f - static_cast<float>(a) / arm_pairs))), 0,
-        n - 1);
-    const int at = spine.members[member];
-    Matrix3 arm_tm = Uniform(0.39f);
-    arm_tm.Translate(t_.Points()[at].pos - Point3(0, 0, 0.02f));
-    BuildArm(arm_tm, a, Both(at));
-  }
+  BuildArmsOnSpine(spine, 0.39f);
   const int leg_pairs = Count(p_, kRigLegPairs, 0);
   for (int l = 0; l < leg_pairs; ++l) {
     Matrix3 leg_tm = Uniform(0.55f);
     leg_tm.Translate(Point3(0, 0.2f * static_cast<float>(l), 0));
     BuildLeg(leg_tm, hooved ? kLegKind2 : kLegKind0, l, Both(spine.pelvis));
   }
-  const int tails = Count(p_, kRigTails, 0);
-  if (tails > 0) {
-    Matrix3 tail_tm = Uniform(0.45f);
-    tail_tm.Translate(Point3(0, 0.04f, 0.53f));
-    BuildTails(tail_tm, "tail", kComponentTail, tails,
-               ChainCount(p_, kRigTailControls, kRigTailBones, kRigUseTailBones), spine.pelvis,
-               0.4f);
+  BuildTail(spine.pelvis, 0.45f, Point3(0, 0.04f, 0.53f));
+}
+
+// The horizontal body of four-legged creatures: pelvis at the back, chest at the front.
+Matrix3 HorizontalBodyTm() {
+  Matrix3 tm = Uniform(0.49f) * RotateXMatrix(kPi / 2);  // +Z (up the spine) turns to -Y
+  tm.Translate(Point3(0, 0.24f, 0.55f));
+  return tm;
+}
+
+void Builder::BuildQuadruped() {
+  const Spine spine = BuildSpine(HorizontalBodyTm(), "pelvis", "spine", kPointWide);
+  if (p_[kRigHeads] > 0) {
+    Matrix3 head_tm = Uniform(0.25f) * RotateXMatrix(0.6f);
+    head_tm.Translate(Point3(0, -0.28f, 0.56f));
+    BuildHead(head_tm, spine.Chest());
   }
+  // Front legs carry the arm names, so hand and finger roles apply to the front feet.
+  const int arm_pairs = Count(p_, kRigArmPairs, 0);
+  for (int a = 0; a < arm_pairs && !spine.members.empty(); ++a) {
+    const int at = SpineMemberForPair(spine.members, a, arm_pairs);
+    Matrix3 leg_tm = Uniform(0.55f);
+    leg_tm.Translate(Point3(0, t_.Points()[at].pos.y, 0));
+    BuildLeg(leg_tm, kLegKind1Arms, a, Both(at));
+  }
+  BuildBackLegs(spine.pelvis);
+  BuildTail(spine.pelvis, 0.4f, Point3(0, 0.27f, 0.56f));
+}
+
+void Builder::BuildBackLegs(int pelvis) {
+  const int leg_pairs = Count(p_, kRigLegPairs, 0);
+  for (int l = 0; l < leg_pairs; ++l) {
+    Matrix3 leg_tm = Uniform(0.55f);
+    leg_tm.Translate(Point3(0, 0.26f - 0.15f * static_cast<float>(l), 0));
+    BuildLeg(leg_tm, kLegKind2, l, Both(pelvis));
+  }
+}
+
+void Builder::BuildTail(int parent, float scale, const Point3& at) {
+  const int tails = Count(p_, kRigTails, 0);
+  if (tails == 0) return;
+  Matrix3 tail_tm = Uniform(scale);
+  tail_tm.Translate(at);
+  BuildTails(tail_tm, "tail", kComponentTail, tails,
+             ChainCount(p_, kRigTailControls, kRigTailBones, kRigUseTailBones), parent, 0.4f);
+}
+
+void Builder::BuildCentaur() {
+  const Spine body = BuildSpine(HorizontalBodyTm(), "pelvis", "spine", kPointWide);
+  BuildBackLegs(body.pelvis);
+  BuildTail(body.pelvis, 0.4f, Point3(0, 0.27f, 0.56f));
+  // The upright body stands on the front of the horizontal one.
+  Matrix3 upper_tm = Uniform(0.3f);
+  upper_tm.Translate(Point3(0, -0.27f, 0.6f));
+  const Spine upper = BuildSpine(upper_tm, "upper_pelvis", "upper_spine", kPointWide, body.Chest());
+  if (p_[kRigHeads] > 0) {
+    Matrix3 head_tm = Uniform(0.16f);
+    head_tm.Translate(Point3(0, -0.27f, 0.9f));
+    BuildHead(head_tm, upper.Chest());
+  }
+  BuildArmsOnSpine(upper, 0.39f);
+  // Both leg pairs have a clavicle; the front one is renamed to keep names unique.
+  LegRoles front = kLegKind1;
+  front.clavicle = "front_leg_clavicle";
+  Matrix3 leg_tm = Uniform(0.55f);
+  leg_tm.Translate(Point3(0, -0.22f, 0));
+  BuildLeg(leg_tm, front, 0, Both(body.Chest()));
+}
+
+void Builder::BuildInsect() {
+  Matrix3 body_tm = Uniform(0.6f) * RotateXMatrix(kPi / 2);
+  body_tm.Translate(Point3(0, 0.3f, 0.4f));
+  const Spine body = BuildSpine(body_tm, "pelvis", "spine", kPointWide | kPointFins);
+  if (p_[kRigHeads] > 0) {
+    // Tilted forward, so the ponytails (antennae) rise from its top.
+    Matrix3 head_tm = Uniform(0.2f) * RotateXMatrix(1.2f);
+    head_tm.Translate(Point3(0, -0.33f, 0.42f));
+    BuildHead(head_tm, body.Chest());
+  }
+  const int pairs = Count(p_, kRigLegPairs, 0);
+  const int n = static_cast<int>(body.members.size());
+  for (int k = 0; k < pairs && n > 0; ++k) {
+    // Pairs spread over the thorax from front to back, the front ones reaching forward.
+    const float u = pairs == 1 ? 0.5f : static_cast<float>(k) / static_cast<float>(pairs - 1);
+    const int at = body.members[std::clamp(
+        static_cast<int>(std::lround((n - 1) * (0.85f - 0.5f * u))), 0, n - 1)];
+    Matrix3 leg_tm = Uniform(0.4f) * RotateZMatrix(pairs == 1 ? 0.0f : 0.5f - u);
+    leg_tm.Translate(Point3(0, t_.Points()[at].pos.y, 0.4f));
+    BuildInsectLeg(leg_tm, k, Both(at));
+  }
+  BuildTail(body.pelvis, 0.5f, Point3(0, 0.32f, 0.4f));
+}
+
+void Builder::BuildFaceOnly() {
+  const int head =
+      Center(kComponentHead, "head", -1, Point3(0, 0, 0), -1, Matrix3(), kPointBonePreview);
+  Center(kComponentHead, "head_end", -1, Point3(0, 0, 1.0f), head, Matrix3(), kPointEnd);
+  BuildFace(Matrix3(), head);
 }
 
 void Builder::Build(int type) {
@@ -541,14 +645,70 @@ void Builder::Build(int type) {
     case kRigTypeBiped:
       BuildBiped(false);
       break;
+    case kRigTypeHands:
+      BuildHand(LonePart(0.8f, -0.2f, Point3(0, 0, 0)), "hand", 0, {});
+      break;
+    case kRigTypeFeet:
+      BuildFoot(LonePart(1.0f, -0.4f, Point3(0, 0, kAnkleHeight)), kLegKind0, 0, {});
+      break;
+    case kRigTypeFrontPaws:
+      BuildFoot(LonePart(1.0f, -0.4f, Point3(0, 0, kAnkleHeight)), kLegKind1, 0, {});
+      break;
+    case kRigTypeBackPaws:
+      BuildFoot(LonePart(1.0f, -0.4f, Point3(0, 0, kAnkleHeight)), kLegKind2, 0, {});
+      break;
+    case kRigTypeArms: {
+      const int pairs = Count(p_, kRigArmPairs, 0);
+      for (int a = 0; a < pairs; ++a) {
+        Matrix3 arm_tm = Uniform(0.39f);
+        arm_tm.Translate(Point3(0, 0, 0.82f - 0.15f * static_cast<float>(a)));
+        BuildArm(arm_tm, a, {});
+      }
+      break;
+    }
+    case kRigTypeLegs:
+      BuildLeg(Uniform(0.55f), kLegKind0, 0, {});
+      break;
+    case kRigTypeSpine: {
+      Matrix3 spine_tm = Uniform(0.29f);
+      spine_tm.Translate(Point3(0, 0, 0.55f));
+      BuildSpine(spine_tm, "pelvis", "spine", kPointWide);
+      break;
+    }
+    case kRigTypeHead:
+      BuildHead(Matrix3(), -1);
+      break;
+    case kRigTypeTail:
+      BuildTail(-1, 1.0f, Point3(0, 0, 0.5f));
+      break;
+    case kRigTypeFrontLegs:
+    case kRigTypeBackLegs: {
+      const bool front = type == kRigTypeFrontLegs;
+      const int pelvis = Center(kComponentSpine, "pelvis", -1, Point3(0, 0, front ? 0.58f : 0.55f),
+                                -1, Matrix3(), kPointBonePreview | kPointWide);
+      BuildLeg(Uniform(0.55f), front ? kLegKind1 : kLegKind2, 0, Both(pelvis));
+      break;
+    }
+    case kRigTypeQuadruped:
+      BuildQuadruped();
+      break;
     case kRigTypeMinotaur:
       BuildBiped(true);
+      break;
+    case kRigTypeCentaur:
+      BuildCentaur();
       break;
     case kRigTypeInsectLeg:
       BuildInsectLeg(LonePart(1.0f, 0.0f, Point3(0, 0, 1.0f)), 0, {});
       break;
+    case kRigTypeInsect:
+      BuildInsect();
+      break;
+    case kRigTypeFace:
+      BuildFaceOnly();
+      break;
     default:
-      // Types 8 and 19..27 have no template of their own.
+      // Ears (8) and the types from 19 on have no template: only extras make points.
       break;
   }
 }
