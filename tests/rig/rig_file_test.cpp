@@ -369,6 +369,18 @@ TEST_F(RigFileOnDisk, FailuresLeaveNoFileAndSayWhy) {
   EXPECT_EQ(out, Sample());
 }
 
+// The fuzz seeds were written by flatc from JSON, a writer other than ours.
+TEST(RigFileSeeds, FilesFromAnotherWriterRead) {
+  RigFileData out;
+  std::string error;
+  for (const char* name : {"empty", "value_kinds", "template"})
+    EXPECT_TRUE(ReadRigFile(std::string("fuzz/corpus/rig_file/") + name + ".rig", &out, &error))
+        << error;
+  ASSERT_EQ(out.extras.size(), 3u);
+  EXPECT_EQ(out.extras[1], (RigExtraRecord{"r_strap", "r_upper_arm", 0, 0}));
+  EXPECT_EQ(out.points[3], (RigPointRecord{"head", Point3(0.0f, 0.2f, 16.0f)}));
+}
+
 #if defined(MARVOLITH_FLATC) && defined(MARVOLITH_RIG_SCHEMA)
 // Another reader with nothing but the schema text agrees with what we wrote.
 TEST_F(RigFileOnDisk, FlatcReadsTheFileWithTheRepositorySchema) {
