@@ -91,7 +91,7 @@ void LoadSceneOrRefuse(const std::string& path) {
 bool CallFileFunction(INode* node, const char* function, const std::string& path) {
   FPInterface* fpi = RigInterfaceWith(node->GetObjectRef(), function);
   if (!fpi) Refuse(std::string("the Rig object publishes no ") + function + " function");
-  const FPValue args[] = {FPValue::FileName(path)};
+  const FPValue args[] = {FPValue(path)};
   const FPResult result = CallFunction(fpi, function, args);
   return result.status == FPS_OK && result.value.AsBool();
 }
@@ -121,7 +121,7 @@ bool ReadRigFilePoints(const std::vector<std::uint8_t>& bytes, std::vector<FileP
         !p->VerifyField<Vec3>(verifier, 6, alignof(float)))
       return false;
     const auto* name = p->GetPointer<const flatbuffers::String*>(4);
-    if (name && !verifier.VerifyString(name)) return false;
+    if ((name && !verifier.VerifyString(name)) || !verifier.EndTable()) return false;
     const Vec3* pos = p->GetStruct<const Vec3*>(6);
     out.push_back(
         {name ? name->str() : std::string(), pos ? Point3(pos->x, pos->y, pos->z) : Point3()});
@@ -188,7 +188,7 @@ void AddTemplateCommand(CLI::App& rig) {
     std::string error;
     if (!RenderToFile(list, camera, RenderOptions(), out_value, &error)) Refuse(Plain(error));
     std::printf("%s: %s template, %d lines, %s view, %d x %d\n", out_value.c_str(),
-                std::string(kRigTypeNames[type]).c_str(), list.LineCount(), view_value.c_str(),
+                std::string(kRigSheetTypeNames[type]).c_str(), list.LineCount(), view_value.c_str(),
                 width, height);
   });
 }

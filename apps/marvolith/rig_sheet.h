@@ -36,12 +36,12 @@ inline constexpr Class_ID kRigSystemObjectClass(0x45596d57, 0x1e847b41);
 inline constexpr ParamID kRigTypeParamId = 3;
 
 /// The names of the rig type enumeration, by value.
-inline constexpr std::string_view kRigTypeNames[] = {
+inline constexpr std::string_view kRigSheetTypeNames[] = {
     "Biped",     "Hands",    "Feet",      "Arms",     "Legs",      "Spine",    "Head",
     "Tail",      "Ears",     "FrontLegs", "BackLegs", "Quadruped", "Minotaur", "Centaur",
     "FrontPaws", "BackPaws", "InsectLeg", "Insect",   "Face",      "Ant",      "Bird",
     "Octopus",   "Snake",    "Fish",      "Claws",    "BirdLeg",   "Wing",     "Tentacle"};
-inline constexpr int kRigTypeCount = static_cast<int>(std::size(kRigTypeNames));
+inline constexpr int kRigSheetTypeCount = static_cast<int>(std::size(kRigSheetTypeNames));
 /// Types past this one have no template; Ears (8) has none either.
 inline constexpr int kLastTemplatedRigType = 18;
 inline constexpr int kRigTypeWithoutTemplate = 8;
@@ -61,11 +61,12 @@ inline bool EqualsNoCase(std::string_view a, std::string_view b) {
 
 /// The type named by text: an enumeration name in any case, or its number 0..27.
 inline std::optional<int> ParseRigType(std::string_view text) {
-  for (int i = 0; i < kRigTypeCount; ++i)
-    if (EqualsNoCase(text, kRigTypeNames[i])) return i;
+  for (int i = 0; i < kRigSheetTypeCount; ++i)
+    if (EqualsNoCase(text, kRigSheetTypeNames[i])) return i;
   int value = -1;
   const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (ec == std::errc() && end == text.data() + text.size() && value >= 0 && value < kRigTypeCount)
+  if (ec == std::errc() && end == text.data() + text.size() && value >= 0 &&
+      value < kRigSheetTypeCount)
     return value;
   return std::nullopt;
 }
@@ -73,11 +74,11 @@ inline std::optional<int> ParseRigType(std::string_view text) {
 /// "biped, hands, ..., tentacle": what --type accepts, for its error line.
 inline std::string RigTypeChoices() {
   std::string out;
-  for (std::string_view name : kRigTypeNames) {
+  for (std::string_view name : kRigSheetTypeNames) {
     if (!out.empty()) out += ", ";
     for (char c : name) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   }
-  return out + " or 0.." + std::to_string(kRigTypeCount - 1);
+  return out + " or 0.." + std::to_string(kRigSheetTypeCount - 1);
 }
 
 /// True for an object of either template class.
@@ -199,10 +200,11 @@ inline bool ApplyRigSetting(Animatable* object, std::string_view setting, std::s
     low = def->range_low;
     high = def->range_high;
   }
+  // True, with the reason set, when v lies outside the parameter's range.
   auto out_of_range = [&](double v) {
-    return ranged && (v < low - 1e-9 || v > high + 1e-9)
-               ? fail(bad + ": outside " + FormatRange(low, high))
-               : false;
+    if (!ranged || (v >= low - 1e-9 && v <= high + 1e-9)) return false;
+    fail(bad + ": outside " + FormatRange(low, high));
+    return true;
   };
   const ParamID id = def->ID;
   bool written = false;
@@ -277,7 +279,7 @@ inline bool BuildRigTemplateSheet(std::vector<SheetCell>& cells, std::string* er
     DrawRigNode(node, viewport);
     SheetCell cell;
     cell.list = viewport.GetDisplayList();
-    cell.label = std::string(kRigTypeNames[type]);
+    cell.label = std::string(kRigSheetTypeNames[type]);
     cell.view_type = VIEW_PERSP_USER;
     cells.push_back(std::move(cell));
   }
