@@ -138,18 +138,85 @@ using namespace rig_internal;
 namespace {
 
 // The role vocabulary of the builder: names an extra may not take.
-const std::set<std::string> kReservedRigNames = {
-    "main", "pelvis", "torso", "spine", "neck", "head", "head_end", "clavicle", "upper_arm",
-    "fore_arm", "hand", "metacarpal", "finger", "thigh", "calf", "foot", "metatarsal", "toe",
-    "foot_heel", "foot_outer", "foot_inner", "foot_tip", "hand_heel", "hand_outer",
-    "hand_inner", "hand_tip", "tail", "ponytail", "cannon", "front_cannon", "leg_clavicle",
-    "front_thigh", "front_calf", "fang", "coxa", "femur", "tibia", "metatarsus", "tarsus",
-    "leg_tip", "fk_spine", "ik_spine", "ik_foot", "ik_front_foot", "ik_hand", "ik_hip",
-    "ik_chest", "ik_elbow", "ik_knee", "ik_front_knee", "ikfk_arm", "ikfk_leg", "ikfk_front_leg",
-    "jaw", "tongue", "eyebrow", "eyelid_top", "eyelid_bottom", "nose", "lip_top", "lip_bottom",
-    "nasolabial", "nasolabial_corner", "chin", "cheek", "cheek_bone", "lip_top_main",
-    "lip_bottom_main", "lip_corner_main", "mouth", "nose_main", "eye_main", "face", "eyes",
-    "eye_target", "UIPanel", "PoseKit", "Face_UIPanel", "Face_PoseKit"};
+const std::set<std::string> kReservedRigNames = {"main",
+                                                 "pelvis",
+                                                 "torso",
+                                                 "spine",
+                                                 "neck",
+                                                 "head",
+                                                 "head_end",
+                                                 "clavicle",
+                                                 "upper_arm",
+                                                 "fore_arm",
+                                                 "hand",
+                                                 "metacarpal",
+                                                 "finger",
+                                                 "thigh",
+                                                 "calf",
+                                                 "foot",
+                                                 "metatarsal",
+                                                 "toe",
+                                                 "foot_heel",
+                                                 "foot_outer",
+                                                 "foot_inner",
+                                                 "foot_tip",
+                                                 "hand_heel",
+                                                 "hand_outer",
+                                                 "hand_inner",
+                                                 "hand_tip",
+                                                 "tail",
+                                                 "ponytail",
+                                                 "cannon",
+                                                 "front_cannon",
+                                                 "leg_clavicle",
+                                                 "front_thigh",
+                                                 "front_calf",
+                                                 "fang",
+                                                 "coxa",
+                                                 "femur",
+                                                 "tibia",
+                                                 "metatarsus",
+                                                 "tarsus",
+                                                 "leg_tip",
+                                                 "fk_spine",
+                                                 "ik_spine",
+                                                 "ik_foot",
+                                                 "ik_front_foot",
+                                                 "ik_hand",
+                                                 "ik_hip",
+                                                 "ik_chest",
+                                                 "ik_elbow",
+                                                 "ik_knee",
+                                                 "ik_front_knee",
+                                                 "ikfk_arm",
+                                                 "ikfk_leg",
+                                                 "ikfk_front_leg",
+                                                 "jaw",
+                                                 "tongue",
+                                                 "eyebrow",
+                                                 "eyelid_top",
+                                                 "eyelid_bottom",
+                                                 "nose",
+                                                 "lip_top",
+                                                 "lip_bottom",
+                                                 "nasolabial",
+                                                 "nasolabial_corner",
+                                                 "chin",
+                                                 "cheek",
+                                                 "cheek_bone",
+                                                 "lip_top_main",
+                                                 "lip_bottom_main",
+                                                 "lip_corner_main",
+                                                 "mouth",
+                                                 "nose_main",
+                                                 "eye_main",
+                                                 "face",
+                                                 "eyes",
+                                                 "eye_target",
+                                                 "UIPanel",
+                                                 "PoseKit",
+                                                 "Face_UIPanel",
+                                                 "Face_PoseKit"};
 
 constexpr const char* kRigSystemChange = "Rig System Change";
 constexpr const char* kLoadRigTemplate = "Load Rig Template";
@@ -166,12 +233,13 @@ bool IsReservedRigName(const std::string& name) {
 // Extras.
 
 const RigExtra& RigSystem::ExtraAt(int index) const {
-  if (index < 0 || index >= GetNumExtras()) throw MaxSDK::Util::TabOutOfRangeException();
+  if (index < 0 || index >= static_cast<int>(extras_.size()))
+    throw MaxSDK::Util::TabOutOfRangeException();
   return extras_[static_cast<size_t>(index)];
 }
 
 bool RigSystem::ExtraNameTaken(const std::string& name, int except) const {
-  for (int i = 0; i < GetNumExtras(); ++i)
+  for (int i = 0; i < static_cast<int>(extras_.size()); ++i)
     if (i != except && SameText(extras_[static_cast<size_t>(i)].name, name)) return true;
   return false;
 }
@@ -213,7 +281,7 @@ bool RigSystem::AddExtra(const std::string& name,
   extra.name = !name.empty() && !ExtraNameTaken(name, -1) && !IsReservedRigName(name)
                    ? name
                    : DefaultExtraName();
-  extra.parent = !parent.empty()              ? parent
+  extra.parent = !parent.empty()             ? parent
                  : template_.NumPoints() > 0 ? template_.Points().front().name
                                              : std::string();
   const int parent_side = SideOfName(extra.parent);
@@ -275,17 +343,17 @@ void RigSystem::SetExtraName(int index, const std::string& name) {
           ? name
           : DefaultExtraName();
   if (wanted == old) return;
-  EditExtra(index, [&](RigExtra& e) {
-    e.previous_name = old;
-    e.name = wanted;
-  });
+  HoldExtras<ExtraRestore>(this);
+  RigExtra& renamed = extras_[static_cast<size_t>(index)];
+  renamed.previous_name = old;
+  renamed.name = wanted;
   // Chains hanging from the renamed one follow its new point names.
   for (RigExtra& e : extras_) {
-    if (!IsPointOfExtra(e.parent, old)) continue;
-    const size_t at = e.parent.find(old);
-    e.parent.replace(at, old.size(), wanted);
+    if (&e == &renamed || !IsPointOfExtra(e.parent, old)) continue;
+    e.parent.replace(e.parent.find(old), old.size(), wanted);
   }
-  for (RigExtra& e : extras_) e.previous_name.clear();
+  renamed.previous_name.clear();
+  extras_ = SortExtras(extras_);
   RegenerateTemplate();
   TemplateChanged();
 }
@@ -352,7 +420,8 @@ bool RigSystem::Save(const std::string& file_name) {
   }
   for (const RigPoint& p : template_.Points())
     if (!p.Hidden()) data.points.push_back({p.name, p.pos});
-  for (const RigExtra& e : extras_) data.extras.push_back({e.name, e.parent, e.side, e.num_controls});
+  for (const RigExtra& e : extras_)
+    data.extras.push_back({e.name, e.parent, e.side, e.num_controls});
   std::string error;
   if (!WriteRigFile(file_name, data, &error)) {
     LogLine("Marvolith: " + error + "\n");

@@ -105,9 +105,9 @@ FPInterfaceDesc& RigInterfaceDesc() {
           {kRigFnAddExtra,
            "AddExtra",
            TYPE_BOOL,
-           {FPArg("name", TYPE_STRING).KeyArg(""), FPArg("parent", TYPE_STRING).KeyArg(""),
-            side(), FPArg("num_controls", TYPE_INT).KeyArg(1),
-            FPArg("num_bones", TYPE_INT).KeyArg(2), FPArg("use_bones", TYPE_BOOL).KeyArg(false)}},
+           {FPArg("name", TYPE_STRING).KeyArg(""), FPArg("parent", TYPE_STRING).KeyArg(""), side(),
+            FPArg("num_controls", TYPE_INT).KeyArg(1), FPArg("num_bones", TYPE_INT).KeyArg(2),
+            FPArg("use_bones", TYPE_BOOL).KeyArg(false)}},
           {kRigFnRemoveExtra, "RemoveExtra", TYPE_BOOL, {extra("index")}},
           {kRigFnGetExtraName, "GetExtraName", TYPE_STRING, {extra("index")}},
           {kRigFnSetExtraName,
@@ -137,12 +137,11 @@ FPInterfaceDesc& RigInterfaceDesc() {
            {extra("index"), FPArg("num_bones", TYPE_INT)}},
       },
       {FPPropertyDef(kRigFnGetType, kRigFnSetType, "type", TYPE_ENUM).Enum(kRigTypeEnum)},
-      {FPEnumDef(kRigSideEnum,
-                 {{"None", kSideNone},
-                  {"Right", kSideRight},
-                  {"Left", kSideLeft},
-                  {"Both", kSideBoth},
-                  {"Center", kSideCenter}}),
+      {FPEnumDef(kRigSideEnum, {{"None", kSideNone},
+                                {"Right", kSideRight},
+                                {"Left", kSideLeft},
+                                {"Both", kSideBoth},
+                                {"Center", kSideCenter}}),
        RigTypeEnum()});
   return desc;
 }
@@ -196,12 +195,30 @@ DWORD RandomHueColor() {
   const float f = hue - std::floor(hue);
   float r = 0, g = 0, b = 0;
   switch (sector) {
-    case 0: r = 1; g = f; break;
-    case 1: r = 1 - f; g = 1; break;
-    case 2: g = 1; b = f; break;
-    case 3: g = 1 - f; b = 1; break;
-    case 4: r = f; b = 1; break;
-    default: r = 1; b = 1 - f; break;
+    case 0:
+      r = 1;
+      g = f;
+      break;
+    case 1:
+      r = 1 - f;
+      g = 1;
+      break;
+    case 2:
+      g = 1;
+      b = f;
+      break;
+    case 3:
+      g = 1 - f;
+      b = 1;
+      break;
+    case 4:
+      r = f;
+      b = 1;
+      break;
+    default:
+      r = 1;
+      b = 1 - f;
+      break;
   }
   auto byte = [](float c) { return static_cast<DWORD>(std::lround(c * 255.0f)); };
   return byte(r) | (byte(g) << 8) | (byte(b) << 16);
@@ -458,8 +475,8 @@ void RigSystem::AddExtraPoints(bool keep_previous) {
     const int component = kComponentExtraBase + e;
     const int count = extra.num_controls + 2;
     for (int side : {kSideRight, kSideLeft, kSideCenter}) {
-      const bool sided = extra.side == kSideRight || extra.side == kSideLeft ||
-                         extra.side == kSideBoth;
+      const bool sided =
+          extra.side == kSideRight || extra.side == kSideLeft || extra.side == kSideBoth;
       if (sided ? (side == kSideCenter || (extra.side != kSideBoth && extra.side != side))
                 : side != kSideCenter)
         continue;
@@ -508,8 +525,7 @@ void RigSystem::SetPointPos(
   TemplateChanged();
 }
 
-std::string RigSystem::GetPointParent(
-    const std::string& name, int side, int index, int sub_index) {
+std::string RigSystem::GetPointParent(const std::string& name, int side, int index, int sub_index) {
   const int i = template_.Find(ComposePointName(name, side, index, sub_index));
   if (i < 0) return {};
   const int parent = template_.Points()[static_cast<size_t>(i)].parent;

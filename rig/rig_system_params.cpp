@@ -19,9 +19,7 @@ std::vector<ParamDef> RigParamDefs(PBAccessor* structural, PBAccessor* selection
     return ParamDef(id, name, TYPE_RGBA, 0).Default(def).Label(label);
   };
   return {
-      ParamDef(kRigNodes, "", TYPE_INODE_TAB, P_NO_REF | P_RESET_DEFAULT)
-          .TabSize(0)
-          .Label("Nodes"),
+      ParamDef(kRigNodes, "", TYPE_INODE_TAB, P_NO_REF | P_RESET_DEFAULT).TabSize(0).Label("Nodes"),
       ParamDef(kRigActive, "", TYPE_BOOL, P_RESET_DEFAULT).Default(true).Label("Active"),
       ParamDef(kRigName, "rig_name", TYPE_STRING, P_RESET_DEFAULT).Default("Rig").Label("Rig Name"),
       // The type has no script name: script reaches it as the interface's property `type`.
@@ -42,7 +40,9 @@ std::vector<ParamDef> RigParamDefs(PBAccessor* structural, PBAccessor* selection
       ParamDef(kRigAffectChildren, "affect_children", TYPE_BOOL, 0)
           .Default(true)
           .Label("Affect Children"),
-      ParamDef(kRigAffectMirror, "affect_mirror", TYPE_BOOL, 0).Default(true).Label("Affect Mirror"),
+      ParamDef(kRigAffectMirror, "affect_mirror", TYPE_BOOL, 0)
+          .Default(true)
+          .Label("Affect Mirror"),
       ParamDef(kRigMirrorRelativeToParent, "mirror_relative_to_parent", TYPE_BOOL, 0)
           .Default(true)
           .Label("Mirror Relative to Parent"),
