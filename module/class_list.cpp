@@ -30,6 +30,7 @@
 #include "controls/control_helper.h"
 #include "controls/control_shape.h"
 #include "host/core/diagnostics.h"
+#include "rig/rig_system.h"
 
 namespace marvolith {
 namespace {
@@ -63,6 +64,8 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::FloatOperation, GetFloatOperationDesc());
   put(ClassIndex::FloatWave, GetFloatWaveDesc());
   put(ClassIndex::RigControl, GetRigControlDesc());
+  put(ClassIndex::Rig, GetRigDesc());
+  put(ClassIndex::RigSystem, GetRigSystemDesc());
   put(ClassIndex::PositionConnection, GetPositionConnectionDesc());
   put(ClassIndex::RotationConnection, GetRotationConnectionDesc());
   put(ClassIndex::ScaleConnection, GetScaleConnectionDesc());

@@ -19,13 +19,22 @@ struct RigDrawStyle {
   bool on_top = true;
 };
 
+/// Points of a bone preview: an octahedron (root, a square ring at a tenth of the length, tip)
+/// traced as one open polyline, each edge once.
+inline constexpr int kRigBonePreviewCount = 17;
+
+/// True when p's preview is a bone preview (as BuildRigPreviews left it).
+bool HasBonePreview(const RigPoint& p);
+
 /// Rebuilds each point's preview (one point on the way to the parent, or the 17 points of a
 /// bone preview toward its first child) in rig units.
 void BuildRigPreviews(RigTemplate& t);
 
 /// Draws t into gw: rig units to world by rig_to_world (ScaleMatrix(helper_size) * node TM).
 /// Builds the previews first.
-void DrawRigTemplate(GraphicsWindow& gw, RigTemplate& t, const Matrix3& rig_to_world,
+void DrawRigTemplate(GraphicsWindow& gw,
+                     RigTemplate& t,
+                     const Matrix3& rig_to_world,
                      const RigDrawStyle& style);
 
 /// The box of the points (and previews) through rig_to_world; empty without points.

@@ -48,14 +48,19 @@ struct RigFileData {
   bool operator==(const RigFileData&) const = default;
 };
 
-/// The buffer of data (root offset first, no file identifier; fields equal to 0 omitted).
+/// The buffer of data (root offset first, no file identifier; fields equal to 0 and empty
+/// strings omitted). A parameter keeps only the value field of its type; the others are dropped.
 std::vector<std::uint8_t> EncodeRigFile(const RigFileData& data);
-/// Verifies bytes (depth 64, 1,000,000 tables) and reads them into *out. False with a one-line
-/// reason in *error, and *out untouched, for a buffer that does not verify.
+/// Verifies bytes (depth 64, 1,000,000 tables) and reads them into *out; missing fields read as
+/// their defaults. False with a one-line "Marvolith: " reason in *error (may be null), and *out
+/// untouched, for a buffer that is empty, over 64 MB, does not verify, or holds a text that is
+/// not UTF-8 or a position or value that is not finite.
 bool DecodeRigFile(std::span<const std::uint8_t> bytes, RigFileData* out, std::string* error);
 
-/// Whole-file forms: false with a one-line reason for a file that can't be opened, read,
-/// written or decoded.
+/// Whole-file forms: false with a one-line "Marvolith: " reason for a file that can't be opened,
+/// read, written or decoded. Write refuses data with a non-finite value and replaces the file
+/// only once the whole buffer is written (through a temporary beside it); Read refuses a file
+/// over 64 MB before reading it.
 bool WriteRigFile(const std::string& path, const RigFileData& data, std::string* error);
 bool ReadRigFile(const std::string& path, RigFileData* out, std::string* error);
 

@@ -54,6 +54,14 @@ enum RigSystemFunction : FunctionID {
 /// Enumeration ids of IRigSystem's table: the extra's side (-1..3).
 inline constexpr EnumID kRigSideEnum = 0;
 
+/// The .rig file dialogs of the interactive front end: history list key, titles and filter.
+/// The headless host has no dialog (LoadDlg and SaveDlg answer false, as a cancelled one).
+inline constexpr const char* kRigFileHistoryKey = "RigSystemHistory";
+inline constexpr const char* kRigLoadDialogTitle = "Load Rig Template File";
+inline constexpr const char* kRigSaveDialogTitle = "Save Rig Template File";
+inline constexpr const char* kRigFileFilter = "Rig Template Files (*.rig)";
+inline constexpr const char* kRigFilePattern = "*.rig";
+
 /// Bit of RigExtra::flags: the chain has bones of its own count.
 inline constexpr std::uint32_t kExtraUseBones = 1u << 3;
 
@@ -161,6 +169,18 @@ class RigSystem : public HelperObject, public IRigSystem {
   int Display(TimeValue t, INode* inode, ViewExp* vpt, int flags) override;
   void GetLocalBoundBox(TimeValue t, INode* inode, ViewExp* vpt, Box3& box) override;
   void GetWorldBoundBox(TimeValue t, INode* inode, ViewExp* vpt, Box3& box) override;
+  /// The object open in the Modify panel selects a component's points when
+  /// `selected_component` is set.
+  void BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev) override;
+  void EndEditParams(IObjParam* ip, ULONG flags, Animatable* next) override;
+  bool IsEditing() const { return editing_; }
+  /// Rig units to world at t: ScaleMatrix(helper_size) * the node's object TM (identity without
+  /// a node).
+  Matrix3 RigToWorld(TimeValue t, INode* inode);
+  /// The creation rule on a construction-plane point p (what the creation callback does after
+  /// mapping the cursor): press 0 places the object with size 0 and a random hue for its node,
+  /// moves set `helper_size` to the distance, the second press ends (CREATE_STOP).
+  int CreationPoint(int msg, int point, const Point3& p, Matrix3& mat);
 
   // IRigSystem.
   Point3 GetPointPos(const std::string& name, int side, int index, int sub_index) override;
@@ -203,6 +223,11 @@ class RigSystem : public HelperObject, public IRigSystem {
   /// Told by the block's accessor after parameter id was set: presets on a type change, then a
   /// regeneration when id is structural.
   void ParamChanged(ParamID id);
+  /// Writes the presets of type (arm and leg pairs, tails, ponytails, fangs, fingers and finger
+  /// bones) without regenerating; the type's own store regenerates.
+  void ApplyTypePreset(int type);
+  /// Tells the dependents (the node, the viewport) that the template changed.
+  void TemplateChanged();
 
   /// Puts the extras back as they were (undo and redo of the extra records); regenerates.
   void RestoreExtras(const std::vector<RigExtra>& extras);
@@ -218,8 +243,21 @@ class RigSystem : public HelperObject, public IRigSystem {
 
  private:
   void SetReference(int i, RefTargetHandle target) override;
+  // Appends the chains of the extras (inside a regeneration).
+  void AddExtraPoints(bool keep_previous);
+  // Inserts extra in the parents-first order and answers its index.
+  int InsertExtraSorted(const RigExtra& extra);
+  bool ExtraNameTaken(const std::string& name, int except) const;
+  std::string DefaultExtraName() const;
+  const RigExtra& ExtraAt(int index) const;
+  // Applies edit to extra index under an ExtraRestore, then regenerates.
+  template <typename F>
+  void EditExtra(int index, F&& edit);
 
   IParamBlock2* pblock_ = nullptr;
+  // Set while the object writes parameters of its own (presets, a template load).
+  bool suppress_regeneration_ = false;
+  bool editing_ = false;
   RigTemplate template_;
   std::vector<RigExtra> extras_;
   RigParamValues previous_values_;

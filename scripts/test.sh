@@ -24,7 +24,7 @@ for stage in ${stages[@]}; do
   fi
   # libFuzzer adds what it finds to the first directory: a scratch one under build/, so the
   # repository's seeds stay as they are. A crash fails the run and leaves its input in build/fuzz.
-  for target in scene_file script_parser; do
+  for target in scene_file script_parser rig_file; do
     work="build/fuzz/corpus/$target"
     mkdir -p "$work"
     log="build/fuzz/$target.log"
