@@ -63,6 +63,10 @@ bool RenderOpenScene(TimeValue t,
 /// by the loaded module's Control Helper class.
 void AddShapesCommand(CLI::App& app);
 
+/// `marvolith rig template|sheet|save-template|load-template|points`: rig templates drawn, listed
+/// and moved through .rig files, by the loaded module's Rig class.
+void AddRigCommands(CLI::App& app);
+
 /// Reports a failure: one line on stderr, and the exit code to return.
 int Fail(const std::string& message);
 

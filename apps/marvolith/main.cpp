@@ -34,6 +34,7 @@ int main(int argc, char** argv) {
   AddScriptCommand(app);
   AddRenderCommand(app);
   AddShapesCommand(app);
+  AddRigCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
