@@ -108,7 +108,7 @@ class Builder {
   };
 
   Builder(RigTemplate& t, const RigParamValues& p, bool keep_previous)
-      : t_(t), p_(p), keep_(keep_previous), side_(std::clamp(p[kRigSide], 0, 2)) {}
+      : t_(t), p_(p), keep_(keep_previous) {}
 
   void Build(int type);
 
@@ -182,7 +182,8 @@ class Builder {
   RigTemplate& t_;
   const RigParamValues& p_;
   bool keep_;
-  int side_;
+  // Whole creatures are built on both sides; the lone parts on the sides `side` asks for.
+  int side_ = kSideBoth;
 };
 
 Builder::Spine Builder::BuildSpine(const Matrix3& tm,
@@ -618,7 +619,26 @@ void Builder::BuildFaceOnly() {
   BuildFace(Matrix3(), head);
 }
 
+// The types that build a lone part, on the sides the parameter `side` asks for.
+bool TakesSide(int type) {
+  switch (type) {
+    case kRigTypeHands:
+    case kRigTypeFeet:
+    case kRigTypeArms:
+    case kRigTypeLegs:
+    case kRigTypeFrontLegs:
+    case kRigTypeBackLegs:
+    case kRigTypeFrontPaws:
+    case kRigTypeBackPaws:
+    case kRigTypeInsectLeg:
+      return true;
+    default:
+      return false;
+  }
+}
+
 void Builder::Build(int type) {
+  if (TakesSide(type)) side_ = std::clamp(p_[kRigSide], 0, 2);
   switch (type) {
     case kRigTypeBiped:
       BuildBiped(false);

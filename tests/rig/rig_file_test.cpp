@@ -7,7 +7,6 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -29,34 +28,23 @@ struct Floats3 {
   float x, y, z;
 };
 
-RigParamRecord Param(std::uint16_t id, std::int32_t type) {
-  RigParamRecord p;
-  p.id = id;
-  p.type = type;
-  return p;
+RigParamRecord Param(std::uint16_t id,
+                     std::int32_t type,
+                     std::int32_t i = 0,
+                     float f = 0.0f,
+                     Point3 v = {},
+                     std::string s = {}) {
+  return {id, type, i, f, v, std::move(s)};
 }
 
 // One record of every value kind, plus a type whose value the file does not keep.
 RigFileData Sample() {
-  RigFileData d;
-  d.points = {{"spine_1", Point3(0.0f, 1.5f, -2.25f)}, {"l_hand", Point3(3, 4, 5)}, {"", {}}};
-  for (std::int32_t type : {1, 4, 19}) d.params.push_back(Param(10 + type, type));
-  d.params[0].int_value = -7;
-  d.params[1].int_value = 1;
-  d.params[2].int_value = 12;
-  for (std::int32_t type : {0, 5, 7}) d.params.push_back(Param(20 + type, type));
-  d.params[3].float_value = 0.5f;
-  d.params[4].float_value = -3.0f;
-  d.params[5].float_value = 100.0f;
-  d.params.push_back(Param(30, 2));
-  d.params.back().vector_value = Point3(0.25f, 0.5f, 1.0f);
-  d.params.push_back(Param(31, 3));
-  d.params.back().vector_value = Point3(-1, 2, -3);
-  d.params.push_back(Param(40, 8));
-  d.params.back().string_value = "\xE6\x89\x8B tail";
-  d.params.push_back(Param(50, 6));  // TYPE_RGB-like kinds keep only id and type
-  d.extras = {{"antenna", "head", 3, 4}, {"r_strap", "r_clavicle", 0, 0}, {"odd", "", -1, -2}};
-  return d;
+  return {
+      {Param(11, 1, -7), Param(14, 4, 1), Param(29, 19, 12), Param(20, 0, 0, 0.5f),
+       Param(25, 5, 0, -3.0f), Param(27, 7, 0, 100.0f), Param(30, 2, 0, 0, {0.25f, 0.5f, 1}),
+       Param(31, 3, 0, 0, {-1, 2, -3}), Param(40, 8, 0, 0, {}, "\xE6\x89\x8B tail"), Param(50, 6)},
+      {{"spine_1", {0.0f, 1.5f, -2.25f}}, {"l_hand", {3, 4, 5}}, {"", {}}},
+      {{"antenna", "head", 3, 4}, {"r_strap", "r_clavicle", 0, 0}, {"odd", "", -1, -2}}};
 }
 
 // A refusal is one "Marvolith: " line and leaves the output as it was.
@@ -76,28 +64,13 @@ RigFileData Decoded(std::span<const std::uint8_t> bytes) {
   return out;
 }
 
-TEST(RigFileCodec, EveryValueKindRoundTrips) {
+TEST(RigFileCodec, EveryValueKindRoundTripsAndOnlyTheTypesFieldIsKept) {
   EXPECT_EQ(Decoded(EncodeRigFile(Sample())), Sample());
   EXPECT_EQ(Decoded(EncodeRigFile({})), RigFileData{});
-}
-
-TEST(RigFileCodec, OnlyTheFieldOfTheTypeIsKept) {
-  RigFileData d;
-  d.params = {Param(1, 1), Param(2, 0), Param(3, 6)};
-  for (RigParamRecord& p : d.params) {
-    p.int_value = 5;
-    p.float_value = 2.0f;
-    p.vector_value = Point3(1, 1, 1);
-    p.string_value = "x";
-  }
-  const RigFileData back = Decoded(EncodeRigFile(d));
-  ASSERT_EQ(back.params.size(), 3u);
-  RigParamRecord int_only = Param(1, 1), float_only = Param(2, 0);
-  int_only.int_value = 5;
-  float_only.float_value = 2.0f;
-  EXPECT_EQ(back.params[0], int_only);
-  EXPECT_EQ(back.params[1], float_only);
-  EXPECT_EQ(back.params[2], Param(3, 6));
+  RigFileData all_fields{
+      {Param(1, 1, 5, 2.0f, {1, 1, 1}, "x"), Param(2, 0, 5, 2.0f, {1, 1, 1})}, {}, {}};
+  EXPECT_EQ(Decoded(EncodeRigFile(all_fields)).params,
+            (std::vector{Param(1, 1, 5), Param(2, 0, 0, 2.0f)}));
 }
 
 // Read with the raw table API at the documented offsets, never through generated accessors.
@@ -124,6 +97,12 @@ TEST(RigFileCodec, FieldsSitAtTheDocumentedOffsetsAndDefaultsAreOmitted) {
   EXPECT_EQ(params->Get(7)->GetStruct<const Floats3*>(14)->z, -3.0f);
   EXPECT_EQ(params->Get(8)->GetPointer<const String*>(16)->str(), "\xE6\x89\x8B tail");
   EXPECT_FALSE(params->Get(9)->CheckField(10) || params->Get(9)->CheckField(12));
+  // Values in fields the type doesn't use stay out of the file.
+  const std::vector<std::uint8_t> one =
+      EncodeRigFile({{Param(1, 1, 5, 2.0f, {1, 1, 1}, "x")}, {}, {}});
+  const Table* full =
+      flatbuffers::GetRoot<Table>(one.data())->GetPointer<const TableVector*>(6)->Get(0);
+  for (int unused : {12, 14, 16}) EXPECT_FALSE(full->CheckField(unused)) << unused;
 
   const Table* antenna = extras->Get(0);
   EXPECT_EQ(antenna->GetPointer<const String*>(4)->str(), "antenna");
@@ -194,47 +173,29 @@ TEST(RigFileCodec, DamagedBuffersAreRefusedWithOneLine) {
     std::memcpy(bad.data(), &root, sizeof(root));
     ExpectRefused(bad);
   }
-  // A string whose length runs past the end of the buffer.
-  std::vector<std::uint8_t> long_string = EncodeRigFile({{}, {{"p", {}}}, {}});
-  const std::uint8_t len[] = {1, 0, 0, 0, 'p'};
-  auto at = std::search(long_string.begin(), long_string.end(), std::begin(len), std::end(len));
-  ASSERT_NE(at, long_string.end());
-  at[3] = 0x40;
-  ExpectRefused(long_string);
-  // Names that are not UTF-8: overlong, surrogate, cut short.
+  // Names that are not UTF-8: overlong, surrogate, cut short, a stray byte.
   for (const char* name : {"\xC0\xAF", "\xED\xA0\x80", "ab\xE6\x89"})
     ExpectRefused(EncodeRigFile({{}, {{name, {}}}, {}}));
   ExpectRefused(EncodeRigFile({{}, {}, {{"ok", "\xFF", 0, 0}}}));
-}
-
-TEST(RigFileCodec, NonFiniteValuesAreRefusedOnReadAndNeverWritten) {
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  RigFileData bad_point = Sample(), bad_param = Sample();
+  // Non-finite values are refused too; one in a field the type doesn't use never gets written.
+  RigFileData bad_point = Sample(), bad_param = Sample(), unused = Sample();
   bad_point.points[1].pos.y = std::numeric_limits<float>::infinity();
-  bad_param.params[7].vector_value.x = nan;
+  bad_param.params[7].vector_value.x = std::numeric_limits<float>::quiet_NaN();
+  unused.params[0].float_value = std::numeric_limits<float>::quiet_NaN();
   ExpectRefused(EncodeRigFile(bad_point));
   ExpectRefused(EncodeRigFile(bad_param));
-  // A NaN in a field the type doesn't use never reaches the file, so it is harmless.
-  RigFileData unused = Sample();
-  unused.params[0].float_value = nan;
   EXPECT_EQ(Decoded(EncodeRigFile(unused)), Sample());
-
-  const fs::path path = fs::temp_directory_path() / "marvolith_rig_nan.rig";
-  std::string error;
-  EXPECT_FALSE(WriteRigFile(path.string(), bad_point, &error));
-  EXPECT_NE(error.find("finite"), std::string::npos) << error;
-  EXPECT_FALSE(fs::exists(path));
 }
 
-// Each point is a table; a vector that names one table a million times must not get through.
+// A vector that names one table a million times is a million tables to the bound.
 TEST(RigFileCodec, TableCountIsBounded) {
   auto many = [](std::size_t count) {
     flatbuffers::FlatBufferBuilder fbb;
     const auto name = fbb.CreateString("p");
     const auto start = fbb.StartTable();
     fbb.AddOffset(4, name);
-    const flatbuffers::Offset<Table> point(fbb.EndTable(start));
-    const auto points = fbb.CreateVector(std::vector(count, point));
+    const auto points =
+        fbb.CreateVector(std::vector(count, flatbuffers::Offset<Table>(fbb.EndTable(start))));
     const auto root = fbb.StartTable();
     fbb.AddOffset(4, points);
     fbb.Finish(flatbuffers::Offset<Table>(fbb.EndTable(root)));
@@ -245,41 +206,27 @@ TEST(RigFileCodec, TableCountIsBounded) {
   ExpectRefused(many(1000000));
 }
 
-std::string Utf8(const std::vector<std::uint32_t>& code_points) {
-  std::string s;
-  for (std::uint32_t c : code_points) {
-    if (c < 0x80) {
-      s += static_cast<char>(c);
-    } else if (c < 0x800) {
-      s += {static_cast<char>(0xC0 | (c >> 6)), static_cast<char>(0x80 | (c & 0x3F))};
-    } else if (c < 0x10000) {
-      s += {static_cast<char>(0xE0 | (c >> 12)), static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-            static_cast<char>(0x80 | (c & 0x3F))};
-    } else {
-      s += {static_cast<char>(0xF0 | (c >> 18)), static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
-            static_cast<char>(0x80 | ((c >> 6) & 0x3F)), static_cast<char>(0x80 | (c & 0x3F))};
-    }
-  }
-  return s;
-}
-
+// Valid UTF-8 from one- to four-byte sequences, including NUL.
 rc::Gen<std::string> GenText() {
-  const auto code_point = rc::gen::weightedOneOf<std::uint32_t>(
-      {{6, rc::gen::inRange<std::uint32_t>(0, 0x80)},
-       {1, rc::gen::inRange<std::uint32_t>(0x80, 0xD800)},
-       {1, rc::gen::inRange<std::uint32_t>(0xE000, 0x110000)}});
-  return rc::gen::map(rc::gen::container<std::vector<std::uint32_t>>(code_point), Utf8);
+  return rc::gen::map(
+      rc::gen::container<std::vector<std::string>>(rc::gen::element<std::string>(
+          std::string(1, '\0'), "a", "Z_9", "\xC3\xA9", "\xE6\x89\x8B", "\xF0\x9F\x98\x80")),
+      [](const std::vector<std::string>& parts) {
+        std::string s;
+        for (const std::string& p : parts) s += p;
+        return s;
+      });
 }
 
 // Records as a file holds them: the value fields a type does not use are zero.
 rc::Gen<RigParamRecord> GenParam() {
   return rc::gen::exec([] {
-    RigParamRecord p = Param(*rc::gen::arbitrary<std::uint16_t>(),
-                             *rc::gen::element(0, 1, 2, 3, 4, 5, 6, 7, 8, 19, -3, 1 << 20));
-    if (p.type == 1 || p.type == 4 || p.type == 19) p.int_value = *rc::gen::arbitrary<int>();
-    if (p.type == 0 || p.type == 5 || p.type == 7) p.float_value = *GenFloat(-1e6f, 1e6f);
-    if (p.type == 2 || p.type == 3) p.vector_value = *GenPoint3(1e4f);
-    if (p.type == 8) p.string_value = *GenText();
+    const int type = *rc::gen::element(0, 1, 2, 3, 4, 5, 6, 7, 8, 19, -3, 1 << 20);
+    RigParamRecord p = Param(*rc::gen::arbitrary<std::uint16_t>(), type);
+    if (type == 1 || type == 4 || type == 19) p.int_value = *rc::gen::arbitrary<int>();
+    if (type == 0 || type == 5 || type == 7) p.float_value = *GenFloat(-1e6f, 1e6f);
+    if (type == 2 || type == 3) p.vector_value = *GenPoint3(1e4f);
+    if (type == 8) p.string_value = *GenText();
     return p;
   });
 }
@@ -287,36 +234,23 @@ rc::Gen<RigParamRecord> GenParam() {
 RC_GTEST_PROP(RigFileCodecLaws, DecodeUndoesEncode, ()) {
   RigFileData d;
   d.params = *rc::gen::container<std::vector<RigParamRecord>>(GenParam());
-  d.points = *rc::gen::container<std::vector<RigPointRecord>>(rc::gen::apply(
-      [](std::string n, Point3 p) {
-        return RigPointRecord{std::move(n), p};
-      },
-      GenText(), GenPoint3(1e4f)));
-  d.extras = *rc::gen::container<std::vector<RigExtraRecord>>(rc::gen::apply(
-      [](std::string n, std::string p, int side, int count) {
-        return RigExtraRecord{std::move(n), std::move(p), side, count};
-      },
+  d.points = *rc::gen::container<std::vector<RigPointRecord>>(
+      rc::gen::construct<RigPointRecord>(GenText(), GenPoint3(1e4f)));
+  d.extras = *rc::gen::container<std::vector<RigExtraRecord>>(rc::gen::construct<RigExtraRecord>(
       GenText(), GenText(), rc::gen::arbitrary<int>(), rc::gen::arbitrary<int>()));
   RigFileData out;
-  std::string error;
-  RC_ASSERT(DecodeRigFile(EncodeRigFile(d), &out, &error));
+  RC_ASSERT(DecodeRigFile(EncodeRigFile(d), &out, nullptr));
   RC_ASSERT(out == d);
 }
 
-RC_GTEST_PROP(RigFileCodecLaws, ArbitraryBytesNeverGetPartlyIn, (std::vector<std::uint8_t> bytes)) {
-  // Half the time, start from a real file with some bytes changed.
-  if (*rc::gen::arbitrary<bool>()) {
-    std::vector<std::uint8_t> good = EncodeRigFile(Sample());
-    for (std::uint8_t b : bytes) good[b % good.size()] ^= static_cast<std::uint8_t>(b | 1);
-    bytes = good;
-  }
+RC_GTEST_PROP(RigFileCodecLaws, DamagedBytesNeverGetPartlyIn, (std::vector<std::uint8_t> flips)) {
+  std::vector<std::uint8_t> bytes = EncodeRigFile(Sample());
+  for (std::uint8_t b : flips) bytes[b % bytes.size()] ^= static_cast<std::uint8_t>(b | 1);
   RigFileData out = Sample();
   std::string error;
-  if (!DecodeRigFile(bytes, &out, &error)) {
-    RC_ASSERT(out == Sample());
-    RC_ASSERT(error.rfind("Marvolith: ", 0) == 0);
-    RC_ASSERT(error.find('\n') == std::string::npos);
-  }
+  if (!DecodeRigFile(bytes, &out, &error))
+    RC_ASSERT(out == Sample() && error.rfind("Marvolith: ", 0) == 0 &&
+              error.find('\n') == std::string::npos);
 }
 
 class RigFileOnDisk : public ::testing::Test {
@@ -326,38 +260,35 @@ class RigFileOnDisk : public ::testing::Test {
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     dir_ = pattern;
   }
-  void TearDown() override {
-    std::error_code ec;
-    fs::remove_all(dir_, ec);
-  }
+  void TearDown() override { fs::remove_all(dir_); }
   std::string Path(const char* name) const { return (dir_ / name).string(); }
+  int FileCount() const {
+    return std::distance(fs::directory_iterator(dir_), fs::directory_iterator());
+  }
   fs::path dir_;
 };
 
-TEST_F(RigFileOnDisk, WritesWholeAndReadsBack) {
+TEST_F(RigFileOnDisk, WritesWholeReadsBackAndFailuresSayWhy) {
   std::string error;
   ASSERT_TRUE(WriteRigFile(Path("a.rig"), {{}, {{"old", {}}}, {}}, &error)) << error;
   ASSERT_TRUE(WriteRigFile(Path("a.rig"), Sample(), &error)) << error;
   RigFileData out;
   ASSERT_TRUE(ReadRigFile(Path("a.rig"), &out, &error)) << error;
   EXPECT_EQ(out, Sample());
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), 1);
-}
 
-TEST_F(RigFileOnDisk, FailuresLeaveNoFileAndSayWhy) {
-  std::string error;
   auto refused = [&](bool ok, const char* says) {
     EXPECT_FALSE(ok);
     EXPECT_NE(error.find(says), std::string::npos) << error;
     EXPECT_EQ(error.find('\n'), std::string::npos) << error;
   };
+  RigFileData bad = Sample();
+  bad.points[0].pos.x = std::numeric_limits<float>::quiet_NaN();
+  refused(WriteRigFile(Path("nan.rig"), bad, &error), "not a finite number");
   refused(WriteRigFile(Path("no/such/dir/a.rig"), Sample(), &error), "could not write");
   fs::create_directory(dir_ / "folder.rig");
   refused(WriteRigFile(Path("folder.rig"), Sample(), &error), "could not write");
-  EXPECT_TRUE(fs::is_directory(dir_ / "folder.rig"));
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), 1);
+  EXPECT_EQ(FileCount(), 2);  // a.rig and the folder: no partial file left behind
 
-  RigFileData out = Sample();
   refused(ReadRigFile(Path("missing.rig"), &out, &error), "could not open");
   refused(ReadRigFile(Path("folder.rig"), &out, &error), "is a folder");
   std::ofstream(Path("text.rig")) << "not a rig file at all";
@@ -369,24 +300,10 @@ TEST_F(RigFileOnDisk, FailuresLeaveNoFileAndSayWhy) {
   EXPECT_EQ(out, Sample());
 }
 
-// The fuzz seeds were written by flatc from JSON, a writer other than ours.
-TEST(RigFileSeeds, FilesFromAnotherWriterRead) {
-  RigFileData out;
-  std::string error;
-  for (const char* name : {"empty", "value_kinds", "template"})
-    EXPECT_TRUE(ReadRigFile(std::string("fuzz/corpus/rig_file/") + name + ".rig", &out, &error))
-        << error;
-  ASSERT_EQ(out.extras.size(), 3u);
-  EXPECT_EQ(out.extras[1], (RigExtraRecord{"r_strap", "r_upper_arm", 0, 0}));
-  EXPECT_EQ(out.points[3], (RigPointRecord{"head", Point3(0.0f, 0.2f, 16.0f)}));
-}
-
-#if defined(MARVOLITH_FLATC) && defined(MARVOLITH_RIG_SCHEMA)
 // Another reader with nothing but the schema text agrees with what we wrote.
 TEST_F(RigFileOnDisk, FlatcReadsTheFileWithTheRepositorySchema) {
   if (!fs::exists(MARVOLITH_FLATC)) GTEST_SKIP() << "flatc not found at " << MARVOLITH_FLATC;
-  std::string error;
-  ASSERT_TRUE(WriteRigFile(Path("s.rig"), Sample(), &error)) << error;
+  ASSERT_TRUE(WriteRigFile(Path("s.rig"), Sample(), nullptr));
   const std::string command = std::string(MARVOLITH_FLATC) +
                               " --json --raw-binary --strict-json -o " + dir_.string() + " " +
                               MARVOLITH_RIG_SCHEMA + " -- " + Path("s.rig");
@@ -399,7 +316,6 @@ TEST_F(RigFileOnDisk, FlatcReadsTheFileWithTheRepositorySchema) {
     EXPECT_NE(text.find(expect), std::string::npos) << expect << " in\n" << text;
   EXPECT_EQ(text.find("reserved"), std::string::npos);
 }
-#endif
 
 }  // namespace
 }  // namespace marvolith::test

@@ -206,7 +206,9 @@ TEST(RigTemplates, CountsFollowTheParameters) {
     EXPECT_EQ(At(toes, "r_toe_2_1").parent, toes.Find("r_metatarsal_2"));
     EXPECT_FALSE(Has(Build(With(biped, kRigReverseFoot, 0)), "r_foot_heel"));
   }
-  for (int type = 0; type < kRigTypeCount; ++type) {
+  // Lone parts follow `side`; whole creatures always have both sides.
+  EXPECT_EQ(Listing(Build(With(biped, kRigSide, 0))), Listing(Build(biped)));
+  for (int type : {1, 2, 3, 4, 9, 10, 14, 15, 16}) {
     const RigTemplate right = Build(With(TypeDefaults(type), kRigSide, 0));
     EXPECT_EQ(CountPrefixed(right, "l_"), 0) << type;
     const RigTemplate left = Build(With(TypeDefaults(type), kRigSide, 1));
@@ -347,7 +349,7 @@ TEST(RigTemplates, DerivedPointsFollowTheirAnchors) {
 }
 
 TEST(RigTemplates, BadParameterValuesAreClamped) {
-  RigParamValues p = TypeDefaults(kRigTypeBiped);
+  RigParamValues p = TypeDefaults(kRigTypeArms);
   p.Set(kRigSide, 7);
   EXPECT_EQ(Listing(Build(p)), Listing(Build(With(p, kRigSide, 2))));
   p.Set(kRigSide, -3);
