@@ -422,22 +422,14 @@ bool RigSystem::Save(const std::string& file_name) {
     if (!p.Hidden()) data.points.push_back({p.name, p.pos});
   for (const RigExtra& e : extras_)
     data.extras.push_back({e.name, e.parent, e.side, e.num_controls});
-  std::string error;
-  if (!WriteRigFile(file_name, data, &error)) {
-    LogLine("Marvolith: " + error + "\n");
-    return false;
-  }
-  return true;
+  // The codec logs the reason of a failure.
+  return WriteRigFile(file_name, data, nullptr);
 }
 
 bool RigSystem::Load(const std::string& file_name) {
   if (!pblock_) return false;
   RigFileData data;
-  std::string error;
-  if (!ReadRigFile(file_name, &data, &error)) {
-    LogLine("Marvolith: " + error + "\n");
-    return false;
-  }
+  if (!ReadRigFile(file_name, &data, nullptr)) return false;
   theHold.Begin();
   HoldPoints(this);
   HoldExtras<RemoveExtraRestore>(this);

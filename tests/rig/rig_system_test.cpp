@@ -85,7 +85,9 @@ TEST_F(RigTest, SpineCountChangeKeepsEditsByName) {
 }
 
 TEST_F(RigTest, OneSideMakesNoPointsOfTheOther) {
+  // Whole creatures are always built on both sides; the lone parts follow `side`.
   RigSystem* rig = MakeRig();
+  SetParam(rig, kRigType, kRigTypeArms);
   EXPECT_GT(CountPrefixed(rig, "l_"), 0);
   EXPECT_EQ(CountPrefixed(rig, "l_"), CountPrefixed(rig, "r_"));
   SetParam(rig, kRigSide, 0);
