@@ -96,7 +96,10 @@ class IRigSystem : public FPMixinInterface, public WeakRefOwner {
   virtual void SetPointPos(
       const std::string& name, Point3 pos, int side, int index, int sub_index) = 0;
   /// The parent's name; empty without parent or point.
-  virtual std::string GetPointParent(const std::string& name, int side, int index, int sub_index) = 0;
+  virtual std::string GetPointParent(const std::string& name,
+                                     int side,
+                                     int index,
+                                     int sub_index) = 0;
 
   /// .rig files: false with nothing changed when the file can't be read or written.
   virtual bool Load(const std::string& file_name) = 0;
@@ -184,7 +187,8 @@ class RigSystem : public HelperObject, public IRigSystem {
 
   // IRigSystem.
   Point3 GetPointPos(const std::string& name, int side, int index, int sub_index) override;
-  void SetPointPos(const std::string& name, Point3 pos, int side, int index, int sub_index) override;
+  void SetPointPos(
+      const std::string& name, Point3 pos, int side, int index, int sub_index) override;
   std::string GetPointParent(const std::string& name, int side, int index, int sub_index) override;
   bool Load(const std::string& file_name) override;
   bool LoadDlg() override;

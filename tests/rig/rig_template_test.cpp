@@ -57,8 +57,8 @@ Arm MakeArm(RigTemplate& t, int side, bool keep = true) {
   Arm a;
   a.upper = t.AddSidedPoint(kComponentArms, "upper_arm", -1, Point3(-0.2f, 0.1f, 0.0f), {}, tm,
                             side, keep, kPointBonePreview);
-  a.fore = t.AddSidedPoint(kComponentArms, "forearm", -1, Point3(-0.5f, 0.05f, -0.25f), a.upper,
-                           tm, side, keep, kPointBonePreview);
+  a.fore = t.AddSidedPoint(kComponentArms, "forearm", -1, Point3(-0.5f, 0.05f, -0.25f), a.upper, tm,
+                           side, keep, kPointBonePreview);
   return a;
 }
 
@@ -127,8 +127,8 @@ TEST(RigTemplatePoints, WithoutKeepingTheSelectedComponentIsSelected) {
   t.SetSelectedComponent(kComponentArms);
   t.BeginRegeneration(true);
   const Arm a = MakeArm(t, kSideRight, false);
-  const SidedIndex twist = t.AddDerivedPoint(kComponentArms, "upper_arm_twist", 0, a.upper,
-                                             a.fore, 0.5f, a.upper, kSideRight);
+  const SidedIndex twist = t.AddDerivedPoint(kComponentArms, "upper_arm_twist", 0, a.upper, a.fore,
+                                             0.5f, a.upper, kSideRight);
   const int other = t.AddPoint(kComponentSpine, "pelvis", -1, Point3(), -1, Matrix3(), false, 0);
   t.EndRegeneration();
   EXPECT_EQ(t.Points()[a.upper.right].selected, 1);
@@ -140,8 +140,8 @@ TEST(RigTemplatePoints, DerivedPointsFollowTheirAnchors) {
   RigTemplate t;
   t.BeginRegeneration(true);
   const Arm a = MakeArm(t, kSideBoth);
-  const SidedIndex twist = t.AddDerivedPoint(kComponentArms, "upper_arm_twist", 1, a.upper,
-                                             a.fore, 0.25f, a.upper, kSideBoth);
+  const SidedIndex twist = t.AddDerivedPoint(kComponentArms, "upper_arm_twist", 1, a.upper, a.fore,
+                                             0.25f, a.upper, kSideBoth);
   t.EndRegeneration();
   const RigPoint& d = t.Points()[twist.left];
   EXPECT_EQ(d.name, "l_upper_arm_twist_2");
