@@ -12,17 +12,14 @@
 #include "plugin/strings.h"
 #include "rig/rig_system.h"
 
-// Qt after the project's headers: its `slots` keyword macro would clash with their names.
-#include <QImage>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
+
+#include "tests/support/golden_picture.h"
 
 namespace marvolith {
 namespace {
 
-constexpr int kChannelTolerance = 40;
-constexpr double kDifferingFraction = 0.005;
 
 const std::string kGoldenPath = std::string(MARVOLITH_RIG_GOLDEN_DIR) + "/rig_templates_sheet.png";
 
@@ -158,34 +155,7 @@ TEST_F(RigSheetTest, MatchesTheGoldenPicture) {
   int types = 0;
   ASSERT_TRUE(RenderRigTemplateSheet(out.string(), &error, &types)) << error;
   EXPECT_EQ(types, 18);
-  const char* update = std::getenv("MARVOLITH_UPDATE_GOLDEN");
-  if (update && std::string(update) == "1") {
-    std::filesystem::copy_file(out, kGoldenPath, std::filesystem::copy_options::overwrite_existing);
-    GTEST_SKIP() << "golden picture written to " << kGoldenPath;
-  }
-  const QImage actual =
-      QImage(QString::fromStdString(out.string())).convertToFormat(QImage::Format_RGB32);
-  const QImage golden =
-      QImage(QString::fromStdString(kGoldenPath)).convertToFormat(QImage::Format_RGB32);
-  ASSERT_FALSE(golden.isNull()) << "no golden picture at " << kGoldenPath
-                                << "; run with MARVOLITH_UPDATE_GOLDEN=1 to write it";
-  ASSERT_EQ(actual.size(), golden.size());
-  long differing = 0;
-  for (int y = 0; y < actual.height(); ++y) {
-    const auto* a = reinterpret_cast<const QRgb*>(actual.constScanLine(y));
-    const auto* g = reinterpret_cast<const QRgb*>(golden.constScanLine(y));
-    for (int x = 0; x < actual.width(); ++x) {
-      const int d =
-          std::max({std::abs(qRed(a[x]) - qRed(g[x])), std::abs(qGreen(a[x]) - qGreen(g[x])),
-                    std::abs(qBlue(a[x]) - qBlue(g[x]))});
-      if (d > kChannelTolerance) ++differing;
-    }
-  }
-  const double fraction =
-      static_cast<double>(differing) / (static_cast<double>(actual.width()) * actual.height());
-  EXPECT_LE(fraction, kDifferingFraction)
-      << differing << " pixels differ; the new picture is " << out.string();
-  std::filesystem::remove(out);
+  test::ExpectMatchesGoldenPicture(out, kGoldenPath);
 }
 
 }  // namespace
