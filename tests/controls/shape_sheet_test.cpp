@@ -3,17 +3,15 @@
 // tolerance. MARVOLITH_UPDATE_GOLDEN=1 writes the golden picture anew instead.
 #include "apps/marvolith/shape_sheet.h"
 
-#include "controls/shape_library.h"
-#include "tests/controls/controls_test_util.h"
-
 #include <filesystem>
 #include <string>
 
+#include "controls/shape_library.h"
+#include "tests/controls/controls_test_util.h"
 #include "tests/support/golden_picture.h"
 
 namespace marvolith::test {
 namespace {
-
 
 const std::string kGoldenPath = std::string(MARVOLITH_CONTROLS_GOLDEN_DIR) + "/shapes_sheet.png";
 

@@ -6,20 +6,18 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <string>
+
 #include "host/app/host_classes.h"
 #include "host/scene/scene.h"
 #include "host/undo/hold.h"
 #include "plugin/strings.h"
 #include "rig/rig_system.h"
-
-#include <filesystem>
-#include <string>
-
 #include "tests/support/golden_picture.h"
 
 namespace marvolith {
 namespace {
-
 
 const std::string kGoldenPath = std::string(MARVOLITH_RIG_GOLDEN_DIR) + "/rig_templates_sheet.png";
 
