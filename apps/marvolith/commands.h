@@ -67,6 +67,15 @@ void AddShapesCommand(CLI::App& app);
 /// and moved through .rig files, by the loaded module's Rig class.
 void AddRigCommands(CLI::App& app);
 
+/// Ends a command with message as its one error line and exit code 1.
+[[noreturn]] inline void Refuse(const std::string& message) { throw CLI::RuntimeError(message, 1); }
+
+/// An error line without its "Marvolith: " prefix (Fail adds the tool's own).
+inline std::string Plain(const std::string& error) {
+  const std::string prefix = "Marvolith: ";
+  return error.rfind(prefix, 0) == 0 ? error.substr(prefix.size()) : error;
+}
+
 /// Reports a failure: one line on stderr, and the exit code to return.
 int Fail(const std::string& message);
 

@@ -32,12 +32,6 @@ std::string FindModulePath(int argc, char** argv) {
   return ec ? std::string("Marvolith.dlc") : (exe.parent_path() / "Marvolith.dlc").string();
 }
 
-/// The loader's "Marvolith: ..." line without its prefix; Fail adds the tool's own.
-std::string Plain(const std::string& error) {
-  constexpr std::string_view kPrefix = "Marvolith: ";
-  return error.rfind(kPrefix, 0) == 0 ? error.substr(kPrefix.size()) : error;
-}
-
 void PrintClasses() {
   const LoadedPlugin* plugin = RequireModule();
   const PluginExports& ex = plugin->exports;

@@ -25,13 +25,6 @@ const std::map<std::string, int>& ViewNames() {
   return names;
 }
 
-std::string Plain(const std::string& error) {
-  const std::string prefix = "Marvolith: ";
-  return error.rfind(prefix, 0) == 0 ? error.substr(prefix.size()) : error;
-}
-
-[[noreturn]] void Refuse(const std::string& message) { throw CLI::RuntimeError(message, 1); }
-
 }  // namespace
 
 bool RenderOpenScene(TimeValue t,

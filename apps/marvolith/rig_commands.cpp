@@ -23,13 +23,6 @@
 namespace marvolith::cli {
 namespace {
 
-[[noreturn]] void Refuse(const std::string& message) { throw CLI::RuntimeError(message, 1); }
-
-std::string Plain(const std::string& error) {
-  const std::string prefix = "Marvolith: ";
-  return error.rfind(prefix, 0) == 0 ? error.substr(prefix.size()) : error;
-}
-
 const std::map<std::string, int>& ViewNames() {
   static const std::map<std::string, int> names = {
       {"front", VIEW_FRONT}, {"side", VIEW_LEFT}, {"top", VIEW_TOP}, {"persp", VIEW_PERSP_USER}};

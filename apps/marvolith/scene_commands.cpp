@@ -17,12 +17,6 @@
 namespace marvolith::cli {
 namespace {
 
-/// The scene file's error line without its "Marvolith: " prefix (Fail adds the tool's own).
-std::string Plain(const std::string& error) {
-  const std::string prefix = "Marvolith: ";
-  return error.rfind(prefix, 0) == 0 ? error.substr(prefix.size()) : error;
-}
-
 std::string ClassNameOf(Animatable* anim) {
   if (!anim) return "none";
   MSTR name = anim->ClassName();
@@ -74,9 +68,6 @@ std::optional<FrameRange> ParseFrames(const std::string& text) {
   if (r.step <= 0 || r.first > r.last) return std::nullopt;
   return r;
 }
-
-/// Reports a failure of a subcommand: main prints the one line and exits non-zero.
-[[noreturn]] void Refuse(const std::string& message) { throw CLI::RuntimeError(message, 1); }
 
 void Load(const std::string& path) {
   std::string error;

@@ -15,14 +15,6 @@
 namespace marvolith::cli {
 namespace {
 
-[[noreturn]] void Refuse(const std::string& message) { throw CLI::RuntimeError(message, 1); }
-
-/// The scene file's error line without its "Marvolith: " prefix (Fail adds the tool's own).
-std::string Plain(const std::string& error) {
-  const std::string prefix = "Marvolith: ";
-  return error.rfind(prefix, 0) == 0 ? error.substr(prefix.size()) : error;
-}
-
 std::string ReadScript(const std::string& path) {
   // A folder opens as a stream on some systems and reads as nothing: refuse it by name.
   std::error_code ec;
