@@ -11,6 +11,7 @@
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "rig/internal/rig_system_parts.h"
+#include "rig/rig_components.h"
 #include "rig/rig_draw.h"
 #include "rig/rig_templates.h"
 #include "support/chunk_helpers.h"
@@ -68,6 +69,9 @@ ParamBlockDesc2 rig_pb{kRigParams, "params", 0, &rig_cd, P_AUTO_CONSTRUCT, 0, ri
 /// Getter and setter of the property `type` (the block's unnamed type parameter).
 constexpr FunctionID kRigFnGetType = 100;
 constexpr FunctionID kRigFnSetType = 101;
+/// Getter of the read-only property `components`: the component list as DescribeRigComponents
+/// writes it.
+constexpr FunctionID kRigFnGetComponents = 102;
 constexpr EnumID kRigTypeEnum = 1;
 
 FPEnumDef RigTypeEnum() {
@@ -136,7 +140,8 @@ FPInterfaceDesc& RigInterfaceDesc() {
            TYPE_VOID,
            {extra("index"), FPArg("num_bones", TYPE_INT)}},
       },
-      {FPPropertyDef(kRigFnGetType, kRigFnSetType, "type", TYPE_ENUM).Enum(kRigTypeEnum)},
+      {FPPropertyDef(kRigFnGetType, kRigFnSetType, "type", TYPE_ENUM).Enum(kRigTypeEnum),
+       FPPropertyDef(kRigFnGetComponents, FP_NO_FUNCTION, "components", TYPE_STRING)},
       {FPEnumDef(kRigSideEnum, {{"None", kSideNone},
                                 {"Right", kSideRight},
                                 {"Left", kSideLeft},
@@ -359,6 +364,14 @@ FPStatus IRigSystem::Dispatch(FunctionID fid, FPParams& p, FPValue& result) {
         if (pb) pb->SetValue(kRigType, 0, p[0].Get<int>());
         result = FPValue::Void();
       }
+      return FPS_OK;
+    }
+    case kRigFnGetComponents: {
+      auto* rig = dynamic_cast<RigSystem*>(this);
+      std::vector<std::string> extras;
+      if (rig)
+        for (const RigExtra& e : rig->Extras()) extras.push_back(e.name);
+      result = FPValue(DescribeRigComponents(rig ? rig->ReadParams() : RigParamValues(), extras));
       return FPS_OK;
     }
     default:

@@ -272,6 +272,33 @@ void AddPointsCommand(CLI::App& rig) {
   });
 }
 
+void AddComponentsCommand(CLI::App& rig) {
+  auto* cmd = rig.add_subcommand(
+      "components", "List a template's selectable components with their values (tab-separated)");
+  static std::string scene_value, type_value, node_value;
+  static std::vector<std::string> set_values;
+  cmd->add_option("SCENE", scene_value, "Scene file with a Rig object");
+  cmd->add_option("--type", type_value, "A new template of this rig type instead of a scene");
+  cmd->add_option("--set", set_values, "With --type: name=value of a block parameter");
+  cmd->add_option("--node", node_value, "The Rig node (default: the scene's only one)");
+  cmd->callback([] {
+    RequireModule();
+    if (scene_value.empty() == type_value.empty())
+      Refuse("rig components takes a SCENE or --type, one of them");
+    INode* node = nullptr;
+    if (!type_value.empty()) {
+      node = MakeRigOrRefuse(ParseTypeOrRefuse(type_value), set_values);
+    } else {
+      LoadSceneOrRefuse(scene_value);
+      node = FindRigNodeOrRefuse(scene_value, node_value);
+    }
+    FPInterface* fpi = RigInterfaceWith(node->GetObjectRef(), "GetPointParent");
+    const FPResult listed = fpi ? GetProperty(fpi, "components") : FPResult{};
+    if (!fpi || listed.status != FPS_OK) Refuse("the Rig object publishes no components property");
+    std::fputs(listed.value.AsString().c_str(), stdout);
+  });
+}
+
 }  // namespace
 
 void AddRigCommands(CLI::App& app) {
@@ -282,6 +309,7 @@ void AddRigCommands(CLI::App& app) {
   AddSaveTemplateCommand(*rig);
   AddLoadTemplateCommand(*rig);
   AddPointsCommand(*rig);
+  AddComponentsCommand(*rig);
 }
 
 }  // namespace marvolith::cli
