@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "apps/marvolith/commands.h"
+#include "apps/marvolith/rig_sheet.h"
 #include "host/app/scene_file.h"
 #include "host/gfx/view_exp.h"
 #include "host/interpreter/runner.h"
@@ -19,6 +20,7 @@ namespace {
 
 constexpr int kDemoFrames[] = {0, 15, 30, 45, 60};
 constexpr const char* kDemoPicture = "marvolith_demo.png";
+constexpr const char* kDemoTemplateSheet = "marvolith_rig_templates.png";
 constexpr int kDemoPictureFrame = 30;
 constexpr const char* kRigNodes[] = {"rig_root", "rig_hips",  "rig_spine", "rig_chest",
                                      "rig_head", "rig_arm_l", "rig_hand_l"};
@@ -154,7 +156,7 @@ void AddDemoCommand(CLI::App& app) {
         "Built: headless host (scene, keyframe controllers, undo, scene files, scripting, "
         "pictures); rig transform, static, Euler, connection, float math and twist "
         "controllers; control objects with 43 figures; constraints; IK/FK and curve IK "
-        "chains\n");
+        "chains; rig templates of every creature type with extras and .rig files\n");
 
     const ScriptResult built = TheScriptRunner().Run(kRigScript);
     if (!built.ok) throw CLI::RuntimeError("the demo rig script failed: " + built.ErrorText(), 1);
@@ -187,6 +189,13 @@ void AddDemoCommand(CLI::App& app) {
                 same ? "identical" : "DIFFERS");
     ip->Reset();
     if (!same) throw CLI::RuntimeError("the demo rig evaluated differently after loading", 1);
+
+    // The rig builder's starting point: every creature template, side by side.
+    const std::string sheet = std::filesystem::absolute(kDemoTemplateSheet).string();
+    int types = 0;
+    if (!RenderRigTemplateSheet(sheet, &error, &types)) throw CLI::RuntimeError(error, 1);
+    ip->Reset();
+    std::printf("Rig templates: %d creature types drawn to %s\n", types, sheet.c_str());
   });
 }
 
