@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
-#include <regex>
 #include <set>
 
 #include "host/base/exceptions.h"
@@ -92,12 +91,22 @@ void HoldPoints(RigSystem* rig) {
   if (HoldWantsRecord(rig)) theHold.Put(new PointsRestore(rig));
 }
 
+// Where the index suffix "(_<digits>)+" at the end of name begins; name.size() without one.
+size_t IndexSuffixStart(std::string_view name) {
+  size_t end = name.size();
+  while (true) {
+    size_t digits = end;
+    while (digits > 0 && std::isdigit(static_cast<unsigned char>(name[digits - 1]))) --digits;
+    if (digits == end || digits == 0 || name[digits - 1] != '_') return end;
+    end = digits - 1;
+  }
+}
+
 bool IsPointOfExtra(const std::string& point_name, const std::string& extra_name) {
-  static const std::regex kIndexSuffix("(_\\d+)+$");
   const std::string bare = WithoutSidePrefix(point_name);
-  std::smatch m;
-  if (!std::regex_search(bare, m, kIndexSuffix)) return false;
-  return bare.substr(0, static_cast<size_t>(m.position(0))) == extra_name;
+  const size_t suffix = IndexSuffixStart(bare);
+  return suffix < bare.size() && bare.compare(0, suffix, extra_name) == 0 &&
+         suffix == extra_name.size();
 }
 
 std::vector<RigExtra> SortExtras(const std::vector<RigExtra>& extras) {
@@ -224,9 +233,8 @@ constexpr const char* kLoadRigTemplate = "Load Rig Template";
 }  // namespace
 
 bool IsReservedRigName(const std::string& name) {
-  static const std::regex kIndexSuffix("(_\\d+)+$");
   // Only the candidate is lowered: the mixed-case words of the list never match.
-  return kReservedRigNames.count(Lower(std::regex_replace(name, kIndexSuffix, ""))) > 0;
+  return kReservedRigNames.count(Lower(name.substr(0, IndexSuffixStart(name)))) > 0;
 }
 
 // ---------------------------------------------------------------------------------------------
