@@ -40,7 +40,9 @@ RC_GTEST_PROP(AimFrameLaws, EveryAxisChoicePointsTheAimAxisAtTheTarget, ()) {
   const float scale = *GenFloat(0.2f, 4.0f);
   const Matrix3 a_ws =
       ScaleMatrix(Point3(scale, scale, scale)) * Rigid(*GenRotationMatrix(), *GenPoint3(50.0f));
-  const Point3 offset = *GenUnitVector() * *GenFloat(0.01f, 100.0f);
+  // Far enough that the target stays beyond the aim's minimum length in the node's own scale
+  // (up to 4), where the aim has no direction and keeps the identity.
+  const Point3 offset = *GenUnitVector() * *GenFloat(0.05f, 100.0f);
   const Point3 target_ws = a_ws.GetTrans() + offset;
   for (int combo = 0; combo < 36; ++combo) {
     AimAxes axes;
