@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -239,64 +240,56 @@ void AddLoadTemplateCommand(CLI::App& rig) {
   });
 }
 
-void AddPointsCommand(CLI::App& rig) {
-  auto* cmd = rig.add_subcommand(
-      "points", "List a template's points: name, parent, side, x, y, z (tab-separated)");
-  static std::string scene_value, type_value, node_value;
-  static std::vector<std::string> set_values;
-  cmd->add_option("SCENE", scene_value, "Scene file with a Rig object");
-  cmd->add_option("--type", type_value, "A new template of this rig type instead of a scene");
-  cmd->add_option("--set", set_values, "With --type: name=value of a block parameter");
-  cmd->add_option("--node", node_value, "The Rig node (default: the scene's only one)");
-  cmd->callback([] {
+// The options of a listing command: a scene's Rig node, or a new template of a type.
+struct RigSource {
+  std::string scene, type, node;
+  std::vector<std::string> sets;
+};
+
+// A listing subcommand that runs list on the Rig node its options name.
+void AddListingCommand(CLI::App& rig,
+                       const char* name,
+                       const char* description,
+                       void (*list)(INode* node)) {
+  auto* cmd = rig.add_subcommand(name, description);
+  auto source = std::make_shared<RigSource>();
+  cmd->add_option("SCENE", source->scene, "Scene file with a Rig object");
+  cmd->add_option("--type", source->type, "A new template of this rig type instead of a scene");
+  cmd->add_option("--set", source->sets, "With --type: name=value of a block parameter");
+  cmd->add_option("--node", source->node, "The Rig node (default: the scene's only one)");
+  cmd->callback([source, name, list] {
     RequireModule();
-    if (scene_value.empty() == type_value.empty())
-      Refuse("rig points takes a SCENE or --type, one of them");
+    if (source->scene.empty() == source->type.empty())
+      Refuse(std::string("rig ") + name + " takes a SCENE or --type, one of them");
     INode* node = nullptr;
-    if (!type_value.empty()) {
-      node = MakeRigOrRefuse(ParseTypeOrRefuse(type_value), set_values);
+    if (!source->type.empty()) {
+      node = MakeRigOrRefuse(ParseTypeOrRefuse(source->type), source->sets);
     } else {
-      LoadSceneOrRefuse(scene_value);
-      node = FindRigNodeOrRefuse(scene_value, node_value);
+      LoadSceneOrRefuse(source->scene);
+      node = FindRigNodeOrRefuse(source->scene, source->node);
     }
-    const std::vector<FilePoint> points = TemplatePointsOrRefuse(node);
-    FPInterface* fpi = RigInterfaceWith(node->GetObjectRef(), "GetPointParent");
-    if (!fpi) Refuse("the Rig object publishes no GetPointParent function");
-    for (const FilePoint& p : points) {
-      const FPValue args[] = {FPValue(p.name)};
-      const FPResult parent = CallFunction(fpi, "GetPointParent", args);
-      std::printf("%s\t%s\t%s\t%g\t%g\t%g\n", p.name.c_str(),
-                  parent.status == FPS_OK ? parent.value.AsString().c_str() : "", SideOf(p.name),
-                  p.pos.x, p.pos.y, p.pos.z);
-    }
+    list(node);
   });
 }
 
-void AddComponentsCommand(CLI::App& rig) {
-  auto* cmd = rig.add_subcommand(
-      "components", "List a template's selectable components with their values (tab-separated)");
-  static std::string scene_value, type_value, node_value;
-  static std::vector<std::string> set_values;
-  cmd->add_option("SCENE", scene_value, "Scene file with a Rig object");
-  cmd->add_option("--type", type_value, "A new template of this rig type instead of a scene");
-  cmd->add_option("--set", set_values, "With --type: name=value of a block parameter");
-  cmd->add_option("--node", node_value, "The Rig node (default: the scene's only one)");
-  cmd->callback([] {
-    RequireModule();
-    if (scene_value.empty() == type_value.empty())
-      Refuse("rig components takes a SCENE or --type, one of them");
-    INode* node = nullptr;
-    if (!type_value.empty()) {
-      node = MakeRigOrRefuse(ParseTypeOrRefuse(type_value), set_values);
-    } else {
-      LoadSceneOrRefuse(scene_value);
-      node = FindRigNodeOrRefuse(scene_value, node_value);
-    }
-    FPInterface* fpi = RigInterfaceWith(node->GetObjectRef(), "GetPointParent");
-    const FPResult listed = fpi ? GetProperty(fpi, "components") : FPResult{};
-    if (!fpi || listed.status != FPS_OK) Refuse("the Rig object publishes no components property");
-    std::fputs(listed.value.AsString().c_str(), stdout);
-  });
+void ListPoints(INode* node) {
+  const std::vector<FilePoint> points = TemplatePointsOrRefuse(node);
+  FPInterface* fpi = RigInterfaceWith(node->GetObjectRef(), "GetPointParent");
+  if (!fpi) Refuse("the Rig object publishes no GetPointParent function");
+  for (const FilePoint& p : points) {
+    const FPValue args[] = {FPValue(p.name)};
+    const FPResult parent = CallFunction(fpi, "GetPointParent", args);
+    std::printf("%s\t%s\t%s\t%g\t%g\t%g\n", p.name.c_str(),
+                parent.status == FPS_OK ? parent.value.AsString().c_str() : "", SideOf(p.name),
+                p.pos.x, p.pos.y, p.pos.z);
+  }
+}
+
+void ListComponents(INode* node) {
+  FPInterface* fpi = RigInterfaceWith(node->GetObjectRef(), "GetPointParent");
+  const FPResult listed = fpi ? GetProperty(fpi, "components") : FPResult{};
+  if (!fpi || listed.status != FPS_OK) Refuse("the Rig object publishes no components property");
+  std::fputs(listed.value.AsString().c_str(), stdout);
 }
 
 }  // namespace
@@ -308,8 +301,12 @@ void AddRigCommands(CLI::App& app) {
   AddSheetCommand(*rig);
   AddSaveTemplateCommand(*rig);
   AddLoadTemplateCommand(*rig);
-  AddPointsCommand(*rig);
-  AddComponentsCommand(*rig);
+  AddListingCommand(*rig, "points",
+                    "List a template's points: name, parent, side, x, y, z (tab-separated)",
+                    ListPoints);
+  AddListingCommand(*rig, "components",
+                    "List a template's selectable components with their values (tab-separated)",
+                    ListComponents);
 }
 
 }  // namespace marvolith::cli
