@@ -33,12 +33,10 @@ void SequenceToByAxis(const float seq[3], int order, float by_axis[3]) {
   for (int step = 0; step < 3; ++step) by_axis[kEulerAxes[order][step]] = seq[step];
 }
 
-// The matrix of m with its rotation replaced by q. Rebuilt as translation, then sign, then
+// The matrix of `parts` with its rotation replaced by q. Rebuilt as translation, then sign, then
 // rotation, then stretch (each pre-multiplied), which is the affine order
 // stretch * sign * rotation * translation.
-void ReplaceRotation(Matrix3& m, const Quat& q) {
-  AffineParts parts;
-  decomp_affine(m, &parts);
+Matrix3 ComposeWithRotation(const AffineParts& parts, const Quat& q) {
   Matrix3 r;
   r.SetTrans(parts.t);
   if (parts.f != 1.0f) r.PreScale(Point3(parts.f, parts.f, parts.f));
@@ -46,7 +44,7 @@ void ReplaceRotation(Matrix3& m, const Quat& q) {
   if (parts.k.x != 1.0f || parts.k.y != 1.0f || parts.k.z != 1.0f) {
     ApplyScaling(r, ScaleValue(parts.k, parts.u));
   }
-  m = r;
+  return r;
 }
 
 // The slerp from `from` towards `to` the short way, extended to factor t.
@@ -72,8 +70,12 @@ void BlendScaleStep(Matrix3& m, ScaleValue& v, float w) {
 }
 
 void BlendRotationStep(Matrix3& m, Quat& q, float w) {
-  q = ClosestSlerp(q, Quat(m), w);
-  ReplaceRotation(m, q);
+  // The rotation is read from the same decomposition that rebuilds m: under a mirroring matrix
+  // Quat(m) reads another rotation than the one the sign factor is paired with.
+  AffineParts parts;
+  decomp_affine(m, &parts);
+  q = ClosestSlerp(q, parts.q, w);
+  m = ComposeWithRotation(parts, q);
 }
 
 void BlendEulerStep(float acc[3], const float e[3], float w, bool additive) {
@@ -92,7 +94,11 @@ ScaleValue ScaleValueOf(const Matrix3& m0) {
   return ScaleValue(parts.k, parts.u);
 }
 
-Quat RotationOf(const Matrix3& m0) { return Quat(m0); }
+Quat RotationOf(const Matrix3& m0) {
+  AffineParts parts;
+  decomp_affine(m0, &parts);
+  return parts.q;
+}
 
 Matrix3 EulerByAxisToMatrix(const float by_axis[3], int order) {
   order = ClampOrder(order);
