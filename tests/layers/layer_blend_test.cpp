@@ -446,6 +446,46 @@ RC_GTEST_PROP(LayerSolveLaws, EulerLandsOnTheWantedAngles, ()) {
   for (int a = 0; a < 3; ++a) RC_ASSERT(std::fabs(got[a] - v[a]) <= 1e-4f);
 }
 
+// The steps read rigid and row-scaled matrices without a polar decomposition; they must agree with
+// the decomposition they stand for.
+RC_GTEST_PROP(LayerStepLaws, RigidAndRowScaledMatricesBlendAsTheirDecomposition, ()) {
+  const float w = AnyWeight();
+  const Quat start = AnyRotation(170.0f);
+  Matrix3 m;
+  AnyRotation(170.0f).MakeMatrix(m);
+  m.SetTrans({1, -2, 3});
+  const bool scaled = *rc::gen::arbitrary<bool>();
+  if (scaled) m = ScaleMatrix(AnyStretch()) * m;
+
+  AffineParts parts;
+  decomp_affine(m, &parts);
+  Quat q = start;
+  Matrix3 got = m;
+  BlendRotationStep(got, q, w);
+  Quat n = parts.q;
+  n.MakeClosest(start);
+  AffineParts want_parts = parts;
+  want_parts.q = Slerp(start, n, w);
+  RC_ASSERT(q.EqualsRotation(want_parts.q, 1e-4f));
+  const Matrix3 want = ComposeAffine(want_parts);
+  for (int r = 0; r < 4; ++r) RC_ASSERT(Length(got.GetRow(r) - want.GetRow(r)) <= 1e-4f);
+
+  const ScaleValue from(AnyStretch(), AnyRotation(20.0f));
+  ScaleValue v = from;
+  got = m;
+  BlendScaleStep(got, v, w);
+  ScaleValue want_v(from.s + (parts.k - from.s) * w,
+                    Slerp(from.q, MakeClosest(parts.u, from.q), w));
+  Matrix3 want_m = m;
+  ApplyScaleValue(want_m, want_v);
+  const Matrix3 got_stretch = MatrixFromScaleValue(v);
+  const Matrix3 want_stretch = MatrixFromScaleValue(want_v);
+  for (int r = 0; r < 3; ++r) {
+    RC_ASSERT(Length(got_stretch.GetRow(r) - want_stretch.GetRow(r)) <= 1e-3f);
+  }
+  for (int r = 0; r < 4; ++r) RC_ASSERT(Length(got.GetRow(r) - want_m.GetRow(r)) <= 1e-3f);
+}
+
 TEST(ScaleLayerSolve, AdjustmentOverAZeroStretchCannotBeWritten) {
   ScaleValue out(Point3(7, 7, 7));
   EXPECT_FALSE(SolveScaleLayer(ScaleValue(Point3(1, 2, 3)), ScaleValue(Point3(1, 0, 1)), 0.5f,
