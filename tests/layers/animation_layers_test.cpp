@@ -272,25 +272,44 @@ TEST_F(AnimationLayersTest, SeveralChangesInOneHoldUndoTogether) {
   AnimationLayers* layers = FourLayers();
   const Strings names = Names(layers);
   const std::vector<Control*> controls = WeightControls(layers);
-  Undoable("outer", [&] {
-    layers->AddLayer(0, "X", 1);
-    layers->AddLayer(0, "Y", 1);
-    layers->MoveLayerDown(1);
-    layers->RemoveLayer(4);
-  });
-  const Strings changed{"Base Layer", "X", "Y", "A", "C"};
-  EXPECT_EQ(Names(layers), changed);
-  const std::vector<Control*> changed_controls = WeightControls(layers);
-  EXPECT_EQ(theHold.UndoCount(), 1);
-  Undo();
-  EXPECT_EQ(Names(layers), names);
-  EXPECT_EQ(WeightControls(layers), controls);
-  Redo();
-  EXPECT_EQ(Names(layers), changed);
-  EXPECT_EQ(WeightControls(layers), changed_controls);
-  for (Control* c : changed_controls) {
-    ASSERT_NE(c, nullptr);
-    EXPECT_EQ(c->NumDependents(), 1) << "each weight is referenced once, by the stack";
+  auto expect_alive = [](const std::vector<Control*>& weights) {
+    for (Control* c : weights) {
+      ASSERT_NE(c, nullptr);
+      EXPECT_EQ(Animatable::GetAnimByHandle(Animatable::GetHandleByAnim(c)), c)
+          << "a weight put back is alive, not deleted";
+      EXPECT_EQ(c->NumDependents(), 1) << "each weight is referenced once, by the stack";
+    }
+  };
+  const struct {
+    void (*edit)(AnimationLayers*);
+    Strings changed;
+  } scenarios[] = {
+      {[](AnimationLayers* l) {
+         l->AddLayer(0, "X", 1);
+         l->AddLayer(0, "Y", 1);
+         l->MoveLayerDown(1);
+         l->RemoveLayer(4);
+       },
+       {"Base Layer", "X", "Y", "A", "C"}},
+      {[](AnimationLayers* l) {
+         l->AddLayer(0, "X", 4);
+         l->RemoveLayer(2);
+       },
+       {"Base Layer", "A", "C", "X"}},
+  };
+  for (const auto& scenario : scenarios) {
+    Undoable("outer", [&] { scenario.edit(layers); });
+    EXPECT_EQ(Names(layers), scenario.changed);
+    const std::vector<Control*> changed_controls = WeightControls(layers);
+    Undo();
+    EXPECT_EQ(Names(layers), names);
+    EXPECT_EQ(WeightControls(layers), controls);
+    expect_alive(controls);
+    Redo();
+    EXPECT_EQ(Names(layers), scenario.changed);
+    EXPECT_EQ(WeightControls(layers), changed_controls);
+    expect_alive(changed_controls);
+    Undo();
   }
 }
 
@@ -388,10 +407,17 @@ TEST_F(AnimationLayersTest, DependentsHearWhichLayerChangedBeforeTheGeneralChang
 }
 
 TEST_F(AnimationLayersTest, BlockChangesReachTheLayerUIAndTheTracks) {
+  // The hook notes the layer count it sees, so that the test knows when it ran.
   static int ui_calls = 0;
+  static int seen_count = 0;
+  static AnimationLayers* watched = nullptr;
   ui_calls = 0;
-  SetLayersUIUpdate([](bool) { ++ui_calls; });
+  SetLayersUIUpdate([](bool) {
+    ++ui_calls;
+    seen_count = watched ? watched->GetLayerCount() : -1;
+  });
   AnimationLayers* layers = FourLayers();
+  watched = layers;
   LayerMessageRecorder* rec = Keep(new LayerMessageRecorder);
   rec->ReplaceReference(0, layers);
   ui_calls = 0;
@@ -418,12 +444,16 @@ TEST_F(AnimationLayersTest, BlockChangesReachTheLayerUIAndTheTracks) {
 
   // Undoing a structural change refreshes the list once, at the end.
   layers->AddLayer(0, "", -1);
+  EXPECT_EQ(seen_count, 5);
   ui_calls = 0;
   Undo();
   EXPECT_EQ(ui_calls, 1);
+  EXPECT_EQ(seen_count, 4) << "after the layer is gone again";
   Redo();
   EXPECT_EQ(ui_calls, 2);
+  EXPECT_EQ(seen_count, 5) << "after the layer is back";
   SetLayersUIUpdate(nullptr);
+  watched = nullptr;
 
   int keyable = 0;
   PartID part = reinterpret_cast<PartID>(&keyable);
