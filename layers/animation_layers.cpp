@@ -184,8 +184,8 @@ void RedrawNow() {
   ip->RedrawViews(ip->GetTime());
 }
 
-// The weight tab of owner (references 1..n) changes size or order: surplus references are
-// cleared while the layout still has them, so that their records replay in it.
+// Brings the weight tab of owner (references 1..n) to count entries. Surplus references are
+// cleared before the tab shrinks, while their slots still exist; new entries get a weight of 1.
 template <typename Owner>
 void ResizeWeightTab(Owner* owner, int count) {
   Tab<Control*>& tab = owner->WeightTab();
