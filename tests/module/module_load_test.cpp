@@ -45,12 +45,10 @@ const std::set<std::string> kPendingClasses = {
     "Dynamics",
     "RootAttrib",
     "UILabel",
-    "AnimationLayers",
     "FloatLayers",
     "PositionLayers",
     "RotationLayers",
     "ScaleLayers",
-    "AnimLayersLocalWeights",
     "MarvolithFBXExporter",
     "MarvolithFBXImporter",
 };
