@@ -30,6 +30,7 @@
 #include "controls/control_helper.h"
 #include "controls/control_shape.h"
 #include "host/core/diagnostics.h"
+#include "layers/animation_layers.h"
 #include "rig/rig_system.h"
 
 namespace marvolith {
@@ -88,6 +89,8 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::IKFKDisplayMod, GetIKFKDisplayModDesc());
   put(ClassIndex::CurveIKControl, GetCurveIKControlDesc());
   put(ClassIndex::CurveIKChain, GetCurveIKChainDesc());
+  put(ClassIndex::AnimationLayers, GetAnimationLayersDesc());
+  put(ClassIndex::AnimLayersLocalWeights, GetAnimLayersLocalWeightsDesc());
 }
 
 ClassTable BuildTable() {
