@@ -17,6 +17,7 @@
 #include "host/controllers/control_interfaces.h"
 #include "host/controllers/controller_classes.h"
 #include "host/core/clock.h"
+#include "host/math/affine.h"
 #include "host/registry/class_desc.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
@@ -24,6 +25,7 @@
 #include "layers/animation_layers.h"
 #include "plugin/class_table.h"
 #include "plugin/strings.h"
+#include "tests/support/alloc_counter.h"
 #include "tests/support/test_objects.h"
 
 namespace marvolith::test {
@@ -77,6 +79,9 @@ Control* EulerOf(float x, float y, float z, int order = 0) {
   for (int i = 0; i < 3; ++i) axes[i]->SetValue(0, &e[i], 1, CTRL_ABSOLUTE);
   return r;
 }
+
+// The rotation of a positive Euler angle about Z, in degrees.
+Quat ZTurn(float degrees) { return Quat(RotateZMatrix(degrees * kDeg)); }
 
 void ExpectQuatNear(const Quat& a, const Quat& b) {
   const float d = std::fabs(a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w);
@@ -255,11 +260,15 @@ TEST_F(LayerControlTest, NewLayersTakeTheBaseClassOrTheDefault) {
   ASSERT_NE(none->LayerController(0), nullptr);
   euler->AddAdjustmentLayer("", -1);
 
+  // A RotationXYZ is no leaf: its layers are new RotationXYZ in XYZ order; the blend keeps
+  // reading the order of the base.
   Control* e1 = euler->LayerController(1);
   ASSERT_NE(e1, nullptr);
+  EXPECT_EQ(e1->ClassID(), GetRotationXYZDesc()->ClassID());
   auto* order = static_cast<IEulerControl*>(e1->GetInterface(I_EULERCTRL));
   ASSERT_NE(order, nullptr);
-  EXPECT_EQ(order->GetOrder(), 4) << "the base's Euler order is copied";
+  EXPECT_EQ(order->GetOrder(), 0);
+  EXPECT_EQ(static_cast<RotationLayers*>(euler)->BlendOrder(), 4);
   EXPECT_EQ(tcb->LayerController(1)->ClassID(), tcb->LayerController(0)->ClassID());
   EXPECT_EQ(pos->LayerController(1)->ClassID(), pos->LayerController(0)->ClassID());
   // Without a base, the new layer is a RotationXYZ in XYZ order.
@@ -407,8 +416,8 @@ TEST_F(LayerControlTest, PositionScaleAndRotationBlendThroughTheirLayers) {
   rot->SetLayerType(1, kLayerOverride);
   rot->SetLayerGlobalWeight(1, 0.5f);
   const Quat z0 = QuatAt(rot->LayerController(0));
-  ExpectQuatNear(QuatAt(rot), Quat(AngAxis(Point3(0, 0, 1), 45 * kDeg)));
-  Quat wanted_q(AngAxis(Point3(0, 0, 1), 30 * kDeg));
+  ExpectQuatNear(QuatAt(rot), ZTurn(45));
+  Quat wanted_q = ZTurn(60);
   rot->SetValue(0, &wanted_q, 1, CTRL_ABSOLUTE);
   ExpectQuatNear(QuatAt(rot), wanted_q);
   ExpectQuatNear(QuatAt(rot->LayerController(0)), z0);
@@ -425,15 +434,51 @@ TEST_F(LayerControlTest, EulerBlendingSumsAnglesBeyondAHalfTurn) {
   Interval valid = FOREVER;
   rot->BlendedEuler(0, valid, 0, 2, e);
   EXPECT_NEAR(e[2], 290 * kDeg, 1e-4f);
-  ExpectQuatNear(QuatAt(rot), Quat(AngAxis(Point3(0, 0, 1), 290 * kDeg)));
+  ExpectQuatNear(QuatAt(rot), ZTurn(290));
 
-  // A relative turn of 200 degrees stays continuous: the layer ends at 400, not at 40.
-  AngAxis more(Point3(0, 0, 1), 200 * kDeg);
+  // A relative turn of 200 degrees stays continuous: the layer ends at 400, not at 40. (The
+  // host's angle-axis turns the other way round than a positive Euler angle.)
+  AngAxis more(Point3(0, 0, 1), -200 * kDeg);
   rot->SetValue(0, &more, 1, CTRL_RELATIVE);
   EXPECT_NEAR(std::fabs(FloatAt(z1)), 400 * kDeg, 1e-3f);
   // A non-Euler base reads order 0.
   AnimationLayersControl* tcb = Wrap(CTRL_ROTATION_CLASS_ID, CreateInterpRotation());
   EXPECT_EQ(static_cast<RotationLayers*>(tcb)->BlendOrder(), 0);
+}
+
+TEST_F(LayerControlTest, EvaluationAllocatesNothing) {
+  AnimationLayersControl* tracks[4] = {
+      Wrap(CTRL_FLOAT_CLASS_ID, FloatOf(1.0f)),
+      Wrap(CTRL_POSITION_CLASS_ID, PositionOf(Point3(1, 2, 3))),
+      Wrap(CTRL_ROTATION_CLASS_ID, EulerOf(0.1f, 0.2f, 0.3f)),
+      Wrap(CTRL_SCALE_CLASS_ID, CreateInterpScale()),
+  };
+  tracks[0]->AddAdjustmentLayer("", -1);
+  tracks[0]->AddOverrideLayer("", -1);
+  tracks[0]->SetLayerGlobalWeight(2, 0.5f);
+  auto evaluate = [&] {
+    float f = 0.0f;
+    Point3 p;
+    Quat q;
+    ScaleValue s;
+    Matrix3 m;
+    Interval valid = FOREVER;
+    tracks[0]->GetValue(0, &f, valid, CTRL_ABSOLUTE);
+    tracks[0]->GetValue(0, &f, valid, CTRL_RELATIVE);
+    tracks[1]->GetValue(0, &p, valid, CTRL_ABSOLUTE);
+    tracks[1]->GetValue(0, &m, valid, CTRL_RELATIVE);
+    tracks[2]->GetValue(0, &q, valid, CTRL_ABSOLUTE);
+    tracks[2]->GetValue(0, &m, valid, CTRL_RELATIVE);
+    tracks[3]->GetValue(0, &s, valid, CTRL_ABSOLUTE);
+    tracks[3]->GetValue(0, &m, valid, CTRL_RELATIVE);
+  };
+  for (bool euler : {true, false}) {
+    layers_->SetEulerBlending(euler);
+    evaluate();  // caches of the controllers below fill here
+    AllocationScope scope;
+    evaluate();
+    EXPECT_EQ(scope.Count(), 0u) << (euler ? "Euler" : "quaternion");
+  }
 }
 
 // ---------------------------------------------------------------------------------------------
