@@ -481,6 +481,76 @@ TEST_F(LayerControlTest, EvaluationAllocatesNothing) {
   }
 }
 
+TEST_F(LayerControlTest, CollapseBakesEachKindIntoOneLayerHoldingTheValuesAtTheKeys) {
+  const int tpf = GetCOREInterface()->GetTicksPerFrame();
+  AnimationLayersControl* f = Wrap(CTRL_FLOAT_CLASS_ID, FloatOf(0.0f));
+  AnimationLayersControl* p = Wrap(CTRL_POSITION_CLASS_ID, PositionOf(Point3(1, 2, 3)));
+  AnimationLayersControl* r = Wrap(CTRL_ROTATION_CLASS_ID, EulerOf(0, 0, 30 * kDeg));
+  AnimationLayersControl* s = Wrap(CTRL_SCALE_CLASS_ID, CreateInterpScale());
+  f->AddAdjustmentLayer("", -1);
+  AnimateOn();
+  for (TimeValue t : {0, 10 * tpf}) {
+    const float k = t == 0 ? 1.0f : 3.0f;
+    float fv = 10.0f * k;
+    Point3 pv(k, 0, 0);
+    Quat rv = ZTurn(40 * k);
+    ScaleValue sv(Point3(k, k, k));
+    f->SetValue(t, &fv, 1, CTRL_ABSOLUTE);
+    p->SetValue(t, &pv, 1, CTRL_ABSOLUTE);
+    r->SetValue(t, &rv, 1, CTRL_ABSOLUTE);
+    s->SetValue(t, &sv, 1, CTRL_ABSOLUTE);
+  }
+  AnimateOff();
+  f->SetLayerGlobalWeight(1, 0.5f);
+  struct Sample {
+    float f;
+    Point3 p;
+    Quat r;
+    ScaleValue s;
+  };
+  auto sample = [&](TimeValue t) {
+    Sample out;
+    Interval valid = FOREVER;
+    out.f = FloatAt(f, t);
+    out.p = PointAt(p, t);
+    out.r = QuatAt(r, t);
+    s->GetValue(t, &out.s, valid, CTRL_ABSOLUTE);
+    return out;
+  };
+  const Sample before[2] = {sample(0), sample(10 * tpf)};
+
+  f->CollapseLayers();
+  for (AnimationLayersControl* c : {f, p, r, s}) {
+    ASSERT_EQ(c->LayerControllerCount(), 1);
+    EXPECT_EQ(c->GetLayerCount(), 1);
+  }
+  EXPECT_EQ(f->LayerController(0)->ClassID(), Class_ID(0x2007, 0));
+  EXPECT_EQ(f->LayerController(0)->NumKeys(), 2);
+  EXPECT_EQ(s->LayerController(0)->ClassID(), Class_ID(0x2010, 0));
+  EXPECT_EQ(r->LayerController(0)->ClassID(), GetRotationXYZDesc()->ClassID());
+  for (int i = 0; i < 2; ++i) {
+    const Sample after = sample(i * 10 * tpf);
+    EXPECT_NEAR(after.f, before[i].f, 1e-4f) << i;
+    EXPECT_NEAR(after.p.x, before[i].p.x, 1e-4f) << i;
+    EXPECT_NEAR(after.p.y, before[i].p.y, 1e-4f) << i;
+    ExpectQuatNear(after.r, before[i].r);
+    EXPECT_NEAR(after.s.s.x, before[i].s.s.x, 1e-4f) << i;
+    EXPECT_NEAR(after.s.s.z, before[i].s.s.z, 1e-4f) << i;
+  }
+
+  // One step undoes the whole collapse: the layers come back with their values.
+  ASSERT_TRUE(theHold.Undo());
+  for (AnimationLayersControl* c : {f, p, r, s}) {
+    ASSERT_EQ(c->LayerControllerCount(), 2);
+    EXPECT_EQ(c->GetReference(3), weights_);
+  }
+  EXPECT_FLOAT_EQ(FloatAt(f, 10 * tpf), before[1].f);
+  EXPECT_FLOAT_EQ(FloatAt(f->LayerController(1), 10 * tpf), 30.0f);
+  ASSERT_TRUE(theHold.Redo());
+  EXPECT_EQ(f->LayerControllerCount(), 1);
+  EXPECT_NEAR(FloatAt(f, 10 * tpf), before[1].f, 1e-4f);
+}
+
 // ---------------------------------------------------------------------------------------------
 // Clone, save/load, undo.
 
