@@ -25,6 +25,7 @@
 #include "layers/animation_layers.h"
 #include "plugin/class_table.h"
 #include "plugin/strings.h"
+#include "tests/layers/layers_fixture.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/test_objects.h"
 
@@ -88,31 +89,27 @@ void ExpectQuatNear(const Quat& a, const Quat& b) {
   EXPECT_NEAR(d, 1.0f, 1e-5f) << "quaternions differ";
 }
 
-class LayerControlTest : public ::testing::Test {
+class LayerControlTest : public LayersTest {
  protected:
   void SetUp() override {
-    RegisterHostClasses();
-    instance_ = GetModuleInstance();
-    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
-    for (ClassDesc2* cd : {GetAnimationLayersDesc(), GetAnimLayersLocalWeightsDesc(),
-                           GetFloatLayersDesc(), GetPositionLayersDesc(), GetRotationLayersDesc(),
+    LayersTest::SetUp();
+    for (ClassDesc2* cd : {GetFloatLayersDesc(), GetPositionLayersDesc(), GetRotationLayersDesc(),
                            GetScaleLayersDesc(), GetRotationXYZDesc()}) {
       if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
     }
-    GetCOREInterface()->Reset();
     GetCOREInterface()->SetTime(0);
-    layers_ = new AnimationLayers();
-    weights_ = new AnimLayersLocalWeights();
+    layers_ = NewLayers();
+    weights_ = Keep(new AnimLayersLocalWeights());
     weights_->ReplaceReference(AnimLayersLocalWeights::kLayersRef, layers_);
     weights_->SyncWeights();
-    holder_ = sweep_.Keep(new TestTarget(8));
+    holder_ = Keep(new TestTarget(8));
   }
   void TearDown() override {
     AnimateOff();
     GetCOREInterface()->Reset();
     theHold.Clear();
     for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
-    SetModuleInstance(instance_);
+    LayersTest::TearDown();
   }
 
   // A layered track of the set kept alive by the holder.
@@ -122,21 +119,13 @@ class LayerControlTest : public ::testing::Test {
     return c;
   }
 
-  static void Undoable(const char* name, auto&& edit) {
-    theHold.Begin();
-    edit();
-    theHold.Accept(name);
-  }
-
   AnimationLayers* layers_ = nullptr;
   AnimLayersLocalWeights* weights_ = nullptr;
   TestTarget* holder_ = nullptr;
   int next_slot_ = 0;
 
  private:
-  SceneSweeper sweep_;
   std::vector<ClassDesc2*> added_;
-  HINSTANCE instance_ = nullptr;
 };
 
 // ---------------------------------------------------------------------------------------------
