@@ -178,7 +178,8 @@ AnimationManager::AnimationManager()
               {kEnableLayersOnNodes,
                "EnableLayersOnNodes",
                TYPE_VOID,
-               {FPArg("nodes", TYPE_INODE_TAB), FPArg("keepExistingSets", TYPE_BOOL).KeyArg(false)}},
+               {FPArg("nodes", TYPE_INODE_TAB),
+                FPArg("keepExistingSets", TYPE_BOOL).KeyArg(false)}},
               {kDisableLayersOnNodes,
                "DisableLayersOnNodes",
                TYPE_VOID,
@@ -293,7 +294,8 @@ float AnimationManager::GetLayerLocalWeight(int index) {
 }
 
 void AnimationManager::SetLayerLocalWeight(int index, float weight) {
-  if (AnimLayersLocalWeights* weights = SelectionWeights()) weights->SetWeight(index, weight, Now());
+  if (AnimLayersLocalWeights* weights = SelectionWeights())
+    weights->SetWeight(index, weight, Now());
 }
 
 Control* AnimationManager::GetLayerLocalWeightControl(int index) {

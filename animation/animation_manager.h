@@ -17,10 +17,10 @@ namespace marvolith {
 inline constexpr Interface_ID ANIMATION_MANAGER_INTERFACE_ID(0x4BC7724E, 0x227423FB);
 
 /// Bits of the manager's flag word that gathering reads.
-inline constexpr DWORD kGatherNoLimb = 0x2;        ///< cancels the per-limb gathering of kGatherCtrl
-inline constexpr DWORD kGatherAllNodes = 0x4;      ///< every node of the scene
-inline constexpr DWORD kGatherWholeRig = 0x8;      ///< the whole rig of the selection
-inline constexpr DWORD kGatherCtrl = 0x4000000;    ///< the Ctrl key was held: only the limb
+inline constexpr DWORD kGatherNoLimb = 0x2;      ///< cancels the per-limb gathering of kGatherCtrl
+inline constexpr DWORD kGatherAllNodes = 0x4;    ///< every node of the scene
+inline constexpr DWORD kGatherWholeRig = 0x8;    ///< the whole rig of the selection
+inline constexpr DWORD kGatherCtrl = 0x4000000;  ///< the Ctrl key was held: only the limb
 inline constexpr DWORD kLayersKeepExistingSets = kGatherCtrl;
 
 /// The nodes an operation with flags works on, into nodes:

@@ -196,8 +196,10 @@ std::wstring Folded(const std::string& text) {
   for (size_t i = 0; i < text.size();) {
     const auto lead = static_cast<unsigned char>(text[i]);
     int extra = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-    char32_t code = extra == 0 ? lead : extra == 1 ? (lead & 0x1F) : extra == 2 ? (lead & 0x0F)
-                                                                                : (lead & 0x07);
+    char32_t code = extra == 0   ? lead
+                    : extra == 1 ? (lead & 0x1F)
+                    : extra == 2 ? (lead & 0x0F)
+                                 : (lead & 0x07);
     ++i;
     for (; extra > 0 && i < text.size(); --extra, ++i) {
       code = (code << 6) | (static_cast<unsigned char>(text[i]) & 0x3F);
