@@ -24,6 +24,7 @@ constexpr StringEntry kStrings[] = {
     {702, "Reset Length"},
     {759, "Create IKFK Solver"},
     {962, "Animation Layers Active Filter"},
+    {963, "Anim Layer"},
     {1000, "Static Float"},
     {1001, "Step Float"},
     {1002, "MsgChecker"},

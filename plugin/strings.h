@@ -12,6 +12,8 @@ inline constexpr int IDS_CATEGORY_SPLINES = 101;
 inline constexpr int IDS_CATEGORY_NONE = 102;
 inline constexpr int IDS_LIB_DESCRIPTION = 1;
 inline constexpr int IDS_ANIM_LAYERS_ACTIVE_FILTER = 962;
+/// The stem of new animation layer names ("Anim Layer 01").
+inline constexpr int IDS_ANIM_LAYER = 963;
 /// The label of the aim and stretch constraints' `viewline_length_abs`.
 inline constexpr int IDS_UP_AXIS_FLIP = 53;
 /// The undo entry of StretchConstraint::ResetLength.
