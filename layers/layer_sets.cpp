@@ -283,10 +283,17 @@ void EnableLayers(const std::vector<INode*>& nodes, bool keep_existing_sets) {
   const FoundLayers found = GetAnimLayers(nodes);
   AnimationLayers* shared = found.layers;
   if (keep_existing_sets && found.multiple) shared = nullptr;
-  if (!shared && !(keep_existing_sets && found.multiple)) shared = new AnimationLayers();
+  // Objects made here are new: only their placing into the scene's slots is recorded, so that
+  // redo puts back the very objects that undo took out, whole.
+  auto new_set = [] {
+    HoldSuspend new_object;
+    return new AnimationLayers();
+  };
+  if (!shared && !(keep_existing_sets && found.multiple)) shared = new_set();
 
   std::map<std::string, AnimLayersLocalWeights*, CaseInsensitiveLess> groups;
   auto new_weights = [](AnimationLayers* set) {
+    HoldSuspend new_object;
     auto* weights = new AnimLayersLocalWeights();
     weights->ReplaceReference(AnimLayersLocalWeights::kLayersRef, set);
     weights->SyncWeights();
@@ -305,7 +312,7 @@ void EnableLayers(const std::vector<INode*>& nodes, bool keep_existing_sets) {
     if (keep_existing_sets && node_set) {
       set = node_set;
     } else {
-      if (!shared) shared = new AnimationLayers();
+      if (!shared) shared = new_set();
       set = shared;
     }
     if (mod) mod->ReplaceReference(kManagerLayersRef, set);
@@ -342,7 +349,11 @@ void EnableLayers(const std::vector<INode*>& nodes, bool keep_existing_sets) {
         if (on == set) continue;
       }
       // A parameter without a controller gets a layered float with a fresh base layer.
-      AnimationLayersControl* wrapped = WrapInLayers(slot.super_class, slot.control, set, weights);
+      AnimationLayersControl* wrapped = nullptr;
+      {
+        HoldSuspend new_object;
+        wrapped = WrapInLayers(slot.super_class, slot.control, set, weights);
+      }
       if (!wrapped) continue;
       if (!SetTrack(slot, wrapped)) wrapped->DeleteMe();
     }

@@ -29,9 +29,10 @@ class AnimationManagerTest : public ::testing::Test {
     SetModuleInstance(&instance_);
     RegisterHostClasses();
     test::RegisterSceneTestClasses();
-    for (ClassDesc2* cd : {GetAnimationManagerModDesc(), GetAnimationLayersDesc(),
-                           GetAnimLayersLocalWeightsDesc(), GetFloatLayersDesc(),
-                           GetPositionLayersDesc(), GetRotationLayersDesc(), GetScaleLayersDesc()}) {
+    for (ClassDesc2* cd :
+         {GetAnimationManagerModDesc(), GetAnimationLayersDesc(), GetAnimLayersLocalWeightsDesc(),
+          GetFloatLayersDesc(), GetPositionLayersDesc(), GetRotationLayersDesc(),
+          GetScaleLayersDesc()}) {
       ClassDirectory::Get().AddClass(cd);
     }
     GetCOREInterface()->Reset();
@@ -44,8 +45,8 @@ class AnimationManagerTest : public ::testing::Test {
 
   /// A node over a helper under parent; with a manager modifier when managed, whose group and
   /// root are set.
-  static INode* Node(const char* name, INode* parent, bool managed, const char* group = "",
-                     bool root = false) {
+  static INode* Node(
+      const char* name, INode* parent, bool managed, const char* group = "", bool root = false) {
     IDerivedObject* dob = CreateDerivedObject(new test::TestHelper);
     INode* node = GetCOREInterface()->CreateObjectNode(dob, name);
     if (parent) parent->AttachChild(node, 0);
@@ -80,7 +81,8 @@ class AnimationManagerTest : public ::testing::Test {
     return AsLayeredControl(node->GetTMController()->GetPositionController());
   }
 
-  static FPValue Call(const char* name, std::vector<FPValue> args = {},
+  static FPValue Call(const char* name,
+                      std::vector<FPValue> args = {},
                       std::vector<FPKeyArg> keys = {}) {
     FPInterface* fpi = GetCOREInterface("AnimationManager");
     EXPECT_NE(fpi, nullptr);

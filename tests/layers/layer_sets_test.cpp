@@ -120,10 +120,12 @@ TEST_F(LayerSetsTest, WrapAndUnwrapGiveBackTheControllersAndMotionThroughUndoAnd
 
   // A layer above the base moves the node; taking the layers off drops it without baking.
   found.layers->AddLayer(0, "lift", -1);
+  theHold.Begin();
   AnimateOn();
   Point3 up(0, 0, 5);
   layered.pos->SetValue(10 * kFrame, &up, 1, CTRL_RELATIVE);
   AnimateOff();
+  theHold.Accept("key");
   EXPECT_GT(Length(node->GetNodeTM(10 * kFrame).GetTrans() - motion[2].GetTrans()), 1.0f);
 
   DisableLayers({node});
@@ -176,8 +178,9 @@ TEST_F(LayerSetsTest, SeparateSetsAreDetectedKeptOrJoined) {
   AnimationLayers* set_a = Layered(TracksOf(a).pos)->GetAnimationLayers();
   AnimationLayers* set_b = Layered(TracksOf(b).pos)->GetAnimationLayers();
   ASSERT_NE(set_a, set_b);
-  set_a->AddLayer(1, "pose", -1);
   const std::vector<Matrix3> motion_a = Motion(a), motion_b = Motion(b);
+  set_a->AddLayer(1, "pose", -1);  // an Override holding the pose of frame 0
+  EXPECT_MATRIX3_NEAR(a->GetNodeTM(20 * kFrame), motion_a[0], 1e-5f);
 
   FoundLayers found = GetAnimLayers({a, b});
   EXPECT_TRUE(found.multiple);
@@ -192,7 +195,7 @@ TEST_F(LayerSetsTest, SeparateSetsAreDetectedKeptOrJoined) {
   EXPECT_EQ(Layered(TracksOf(a).rot)->GetAnimationLayers(), set_a);
   EXPECT_EQ(Layered(TracksOf(b).rot)->GetAnimationLayers(), set_b);
 
-  // Joining them: a's tracks are wrapped again on b's set, keeping their base layers.
+  // Joining them: a's tracks are wrapped again on b's set, keeping their base layers only.
   Control* base_a = Layered(TracksOf(a).pos)->LayerController(0);
   Enable({a, b}, false);
   for (Control* c : {TracksOf(a).pos, TracksOf(a).rot, TracksOf(a).scl}) {
@@ -208,26 +211,24 @@ TEST_F(LayerSetsTest, SeparateSetsAreDetectedKeptOrJoined) {
 
 TEST_F(LayerSetsTest, ListsAreEnteredAtTheirActiveItem) {
   INode* node = GetCOREInterface()->CreateObjectNode(nullptr, "listed");
-  auto* outer = static_cast<Control*>(
-      CreateInstance(CTRL_POSITION_CLASS_ID, kPositionListClassID));
-  auto* inner = static_cast<Control*>(
-      CreateInstance(CTRL_POSITION_CLASS_ID, kPositionListClassID));
+  auto* outer = static_cast<Control*>(CreateInstance(CTRL_POSITION_CLASS_ID, kPositionListClassID));
+  auto* inner = static_cast<Control*>(CreateInstance(CTRL_POSITION_CLASS_ID, kPositionListClassID));
   ASSERT_TRUE(outer && inner);
   auto* outer_list = static_cast<IListControl*>(outer->GetInterface(LIST_CONTROLLER_INTERFACE));
   auto* inner_list = static_cast<IListControl*>(inner->GetInterface(LIST_CONTROLLER_INTERFACE));
-  Control* first = NewDefaultPositionController();
+  // Assigned to the node, the list takes the node's track as its first item.
+  node->GetTMController()->SetPositionController(outer);
+  Control* first = outer_list->GetSubCtrl(0);
   Control* deep_a = NewDefaultPositionController();
   Control* deep_b = NewDefaultPositionController();
-  Point3 p(1, 2, 3), q(0, 0, 4);
-  first->SetValue(0, &p, 1, CTRL_ABSOLUTE);
+  Point3 q(0, 0, 4);
   deep_b->SetValue(0, &q, 1, CTRL_ABSOLUTE);
-  outer_list->Append(first);
   inner_list->Append(deep_a);
   inner_list->Append(deep_b);
   inner_list->SetActive(1);
   outer_list->Append(inner);
-  outer_list->SetActive(7);  // beyond the list: the last item
-  node->GetTMController()->SetPositionController(outer);
+  outer_list->SetActive(1);
+  ASSERT_EQ(outer_list->GetListCount(), 2);
   const Point3 before = node->GetNodeTM(0).GetTrans();
 
   Enable({node});
@@ -262,9 +263,7 @@ TEST_F(LayerSetsTest, FloatParametersOfCustomAttributesAreWrapped) {
   ASSERT_NE(node, nullptr);
   CustAttrib* attrib = node->GetObjectRef()->GetCustAttribContainer()->GetCustAttrib(0);
   IParamBlock2* pb = attrib->GetParamBlock(0);
-  auto id_of = [pb](const char* name) {
-    return pb->IndextoID(pb->GetDesc()->NameToIndex(name));
-  };
+  auto id_of = [pb](const char* name) { return pb->IndextoID(pb->GetDesc()->NameToIndex(name)); };
   const ParamID blend = id_of("blend"), steps = id_of("steps"), fixed = id_of("fixed");
   ASSERT_EQ(pb->GetController(blend), nullptr);
 
@@ -301,8 +300,8 @@ TEST_F(LayerSetsTest, DisablingATrackWithoutBaseLayerLeavesAFreshDefault) {
 
 TEST_F(LayerSetsTest, RigControlIsStillFoundUnderLayeredTracks) {
   INode* node = GetCOREInterface()->CreateObjectNode(nullptr, "control");
-  auto* rig = static_cast<Control*>(
-      CreateInstance(CTRL_MATRIX3_CLASS_ID, GetRigControlDesc()->ClassID()));
+  auto* rig =
+      static_cast<Control*>(CreateInstance(CTRL_MATRIX3_CLASS_ID, GetRigControlDesc()->ClassID()));
   ASSERT_NE(rig, nullptr);
   node->SetTMController(rig);
   Matrix3 tm = RotateZMatrix(0.3f);

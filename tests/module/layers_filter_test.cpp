@@ -48,8 +48,7 @@ TEST_F(LayersFilterTest, InactiveLayersOfLayeredTracksAreHidden) {
   EXPECT_EQ(Shown(rot, 3), "0101");
   EXPECT_EQ(Shown(stack, 3), "0101");  // the stack's weight tracks follow the same rule
 
-  ASSERT_TRUE(ExecuteMAXScriptScript(
-      "$p.position.controller.SetDisplayAllLayersKeysTracks true"));
+  ASSERT_TRUE(ExecuteMAXScriptScript("$p.position.controller.SetDisplayAllLayersKeysTracks true"));
   EXPECT_EQ(Shown(pos, 3), "1111");
   ASSERT_TRUE(ExecuteMAXScriptScript("AnimationManager.DisableLayersOnNodes #($p)"));
   EXPECT_EQ(GetFPInterface(node->GetTMController()->GetPositionController(), kLayersInterfaceID),
