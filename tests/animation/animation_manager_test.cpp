@@ -111,7 +111,7 @@ TEST_F(AnimationManagerTest, GatheringFollowsTheRigRootsAndTheFlags) {
   EXPECT_EQ(Gathered(kGatherAllNodes),
             (std::vector<std::string>{"rig1", "spine", "prop", "arm", "hand", "rig2"}));
   Select({hand, spine});
-  EXPECT_EQ(Gathered(0), (std::vector<std::string>{"spine", "hand"}));  // the selection order
+  EXPECT_EQ(Gathered(0), (std::vector<std::string>{"hand", "spine"}));  // the selection order
   // The whole rig: the walk up stops at the first root; tops once each, managed nodes only.
   EXPECT_EQ(Gathered(kGatherWholeRig), (std::vector<std::string>{"arm", "hand", "rig1", "spine"}));
   Select({hand, rig2, hand});

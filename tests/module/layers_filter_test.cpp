@@ -39,13 +39,13 @@ TEST_F(LayersFilterTest, InactiveLayersOfLayeredTracksAreHidden) {
   INode* node = GetCOREInterface()->GetINodeByName("p");
   ASSERT_NE(node, nullptr);
   Control* pos = node->GetTMController()->GetPositionController();
-  Control* rot = node->GetTMController()->GetRotationController();
+  Control* scl = node->GetTMController()->GetScaleController();
   ASSERT_NE(GetFPInterface(pos, kLayersInterfaceID), nullptr);
   ReferenceTarget* stack = pos->GetReference(0);
   ASSERT_NE(stack, nullptr);
 
   EXPECT_EQ(Shown(pos, 3), "0101");  // layer 1 of 0..2 is active; index 3 is beyond the layers
-  EXPECT_EQ(Shown(rot, 3), "0101");
+  EXPECT_EQ(Shown(scl, 3), "0101");
   EXPECT_EQ(Shown(stack, 3), "0101");  // the stack's weight tracks follow the same rule
 
   ASSERT_TRUE(ExecuteMAXScriptScript("$p.position.controller.SetDisplayAllLayersKeysTracks true"));
