@@ -273,7 +273,11 @@ void AnimationLayersControl::SetValue(TimeValue t, void* val, int commit, GetSet
 }
 
 void AnimationLayersControl::Copy(Control* from) {
-  if (layer_controls_.Count() == 0) SetLayerControllerCount(1);
+  if (layer_controls_.Count() == 0) {
+    // Recorded, so that undoing the weights reference set before finds it where it was put.
+    HoldLayerControllers();
+    SetLayerControllerCount(1);
+  }
   Control* base = from;
   if (AnimationLayersControl* layered = AsLayeredControl(from)) base = layered->LayerController(0);
   if (base && base->SuperClassID() != SuperClassID()) base = nullptr;
