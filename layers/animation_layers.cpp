@@ -16,6 +16,7 @@
 #include "plugin/class_table.h"
 #include "plugin/strings.h"
 #include "support/chunk_helpers.h"
+#include "support/hold_record.h"
 
 namespace marvolith {
 
@@ -73,9 +74,9 @@ ParamBlockDesc2 animation_layers_pb(
             .Label("Euler Blending"),
     });
 
-// Undo record of a weight tab (references 1..n of owner): the tab before the change and, at the
-// first undo, the tab after it. Both are kept as handles; putting one back relinks every slot so
-// that the dependents stay exact whatever moved.
+// Undo record of a weight tab (references 1..n of owner), one per hold: the tab before the hold
+// and, at the first undo, the tab after it. Both are kept as handles; putting one back relinks
+// every slot, so that the dependents stay exact whatever the reference records of the hold did.
 template <typename Owner>
 class WeightTabRestore : public RestoreObj {
  public:
@@ -89,6 +90,9 @@ class WeightTabRestore : public RestoreObj {
   }
   void Redo() override {
     if (Owner* owner = Get()) Put(owner, after_);
+  }
+  void EndHold() override {
+    if (Owner* owner = Get()) owner->ClearAFlag(A_HELD);
   }
   MSTR Description() override { return name_; }
 
@@ -180,8 +184,8 @@ void RedrawNow() {
   ip->RedrawViews(ip->GetTime());
 }
 
-// The weight tab of owner (references 1..n) changes size or order: surplus references are
-// cleared while the layout still has them, so that their records replay in it.
+// Brings the weight tab of owner (references 1..n) to count entries. Surplus references are
+// cleared before the tab shrinks, while their slots still exist; new entries get a weight of 1.
 template <typename Owner>
 void ResizeWeightTab(Owner* owner, int count) {
   Tab<Control*>& tab = owner->WeightTab();
@@ -662,7 +666,8 @@ void AnimationLayers::SetWeightControl(int index, Control* control) {
 }
 
 void AnimationLayers::HoldWeights() {
-  if (theHold.Holding()) theHold.Put(new AnimationLayersRestore(this, "Layers Weight Controls"));
+  if (HoldWantsRecord(this))
+    theHold.Put(new AnimationLayersRestore(this, "Layers Weight Controls"));
 }
 
 void AnimationLayers::TabRestored() { NotifyStructure(this); }
@@ -796,7 +801,7 @@ void AnimLayersLocalWeights::SetWeightControl(int index, Control* control) {
 }
 
 void AnimLayersLocalWeights::HoldWeights() {
-  if (theHold.Holding())
+  if (HoldWantsRecord(this))
     theHold.Put(new AnimLayersLocalWeightsRestore(this, "Layers Local Weight Controls"));
 }
 

@@ -33,12 +33,54 @@ void SequenceToByAxis(const float seq[3], int order, float by_axis[3]) {
   for (int step = 0; step < 3; ++step) by_axis[kEulerAxes[order][step]] = seq[step];
 }
 
-// The matrix of m with its rotation replaced by q. Rebuilt as translation, then sign, then
+// Rows this close to orthonormal read as a pure rotation: a quaternion's matrix is that exact
+// within float rounding.
+constexpr float kRigidTolerance = 2e-6f;
+
+// True when the rows of m's 3x3 part are mutually perpendicular, non-zero and right-handed: m is
+// a scale along its own rows times a rotation, whose stretch is the row lengths along the
+// identity axes.
+bool RowsOrthogonal(const Matrix3& m, Point3& lengths_squared) {
+  const Point3 r0 = m.GetRow(0);
+  const Point3 r1 = m.GetRow(1);
+  const Point3 r2 = m.GetRow(2);
+  lengths_squared = Point3(DotProd(r0, r0), DotProd(r1, r1), DotProd(r2, r2));
+  const float scale = lengths_squared.x + lengths_squared.y + lengths_squared.z;
+  return lengths_squared.x > kRigidTolerance && lengths_squared.y > kRigidTolerance &&
+         lengths_squared.z > kRigidTolerance &&
+         std::fabs(DotProd(r0, r1)) <= kRigidTolerance * scale &&
+         std::fabs(DotProd(r0, r2)) <= kRigidTolerance * scale &&
+         std::fabs(DotProd(r1, r2)) <= kRigidTolerance * scale &&
+         DotProd(CrossProd(r0, r1), r2) > 0.0f;
+}
+
+// decomp_affine, with the common rigid case (rotation and translation only, no mirror) read
+// directly: the polar decomposition costs about ten times the quaternion.
+void DecomposeForBlend(const Matrix3& m, AffineParts& parts) {
+  const Point3 r0 = m.GetRow(0);
+  const Point3 r1 = m.GetRow(1);
+  const Point3 r2 = m.GetRow(2);
+  const bool rigid = std::fabs(DotProd(r0, r0) - 1.0f) <= kRigidTolerance &&
+                     std::fabs(DotProd(r1, r1) - 1.0f) <= kRigidTolerance &&
+                     std::fabs(DotProd(r2, r2) - 1.0f) <= kRigidTolerance &&
+                     std::fabs(DotProd(r0, r1)) <= kRigidTolerance &&
+                     std::fabs(DotProd(r0, r2)) <= kRigidTolerance &&
+                     std::fabs(DotProd(r1, r2)) <= kRigidTolerance &&
+                     DotProd(CrossProd(r0, r1), r2) > 0.0f;
+  if (!rigid) {
+    decomp_affine(m, &parts);
+    return;
+  }
+  parts = AffineParts();
+  parts.t = m.GetTrans();
+  parts.q = Normalize(Quat(m));
+  if (parts.q.w < 0.0f) parts.q = -parts.q;
+}
+
+// The matrix of `parts` with its rotation replaced by q. Rebuilt as translation, then sign, then
 // rotation, then stretch (each pre-multiplied), which is the affine order
 // stretch * sign * rotation * translation.
-void ReplaceRotation(Matrix3& m, const Quat& q) {
-  AffineParts parts;
-  decomp_affine(m, &parts);
+Matrix3 ComposeWithRotation(const AffineParts& parts, const Quat& q) {
   Matrix3 r;
   r.SetTrans(parts.t);
   if (parts.f != 1.0f) r.PreScale(Point3(parts.f, parts.f, parts.f));
@@ -46,7 +88,7 @@ void ReplaceRotation(Matrix3& m, const Quat& q) {
   if (parts.k.x != 1.0f || parts.k.y != 1.0f || parts.k.z != 1.0f) {
     ApplyScaling(r, ScaleValue(parts.k, parts.u));
   }
-  m = r;
+  return r;
 }
 
 // The slerp from `from` towards `to` the short way, extended to factor t.
@@ -65,15 +107,32 @@ void BlendPositionStep(Matrix3& m, Point3& p, float w) {
 }
 
 void BlendScaleStep(Matrix3& m, ScaleValue& v, float w) {
-  const ScaleValue n = ScaleValueOf(m);
-  v.s = v.s + (n.s - v.s) * w;
-  v.q = ClosestSlerp(v.q, n.q, w);
-  ApplyScaleValue(m, v);
+  Point3 lengths_squared;
+  if (!RowsOrthogonal(m, lengths_squared)) {
+    const ScaleValue n = ScaleValueOf(m);
+    v.s = v.s + (n.s - v.s) * w;
+    v.q = ClosestSlerp(v.q, n.q, w);
+    ApplyScaleValue(m, v);
+    return;
+  }
+  // Scale along the rows times a rotation, the usual case: the stretch is the row lengths along
+  // the identity axes and orthogonalising normalises the rows, as the general path does without
+  // two polar decompositions.
+  const Point3 n(std::sqrt(lengths_squared.x), std::sqrt(lengths_squared.y),
+                 std::sqrt(lengths_squared.z));
+  v.s = v.s + (n - v.s) * w;
+  v.q = ClosestSlerp(v.q, Quat(), w);
+  for (int r = 0; r < 3; ++r) m.SetRow(r, m.GetRow(r) / n[r]);
+  if (v.s.x != 1.0f || v.s.y != 1.0f || v.s.z != 1.0f) m = MatrixFromScaleValue(v) * m;
 }
 
 void BlendRotationStep(Matrix3& m, Quat& q, float w) {
-  q = ClosestSlerp(q, Quat(m), w);
-  ReplaceRotation(m, q);
+  // The rotation is read from the same decomposition that rebuilds m: under a mirroring matrix
+  // Quat(m) reads another rotation than the one the sign factor is paired with.
+  AffineParts parts;
+  DecomposeForBlend(m, parts);
+  q = ClosestSlerp(q, parts.q, w);
+  m = ComposeWithRotation(parts, q);
 }
 
 void BlendEulerStep(float acc[3], const float e[3], float w, bool additive) {
@@ -92,7 +151,11 @@ ScaleValue ScaleValueOf(const Matrix3& m0) {
   return ScaleValue(parts.k, parts.u);
 }
 
-Quat RotationOf(const Matrix3& m0) { return Quat(m0); }
+Quat RotationOf(const Matrix3& m0) {
+  AffineParts parts;
+  DecomposeForBlend(m0, parts);
+  return parts.q;
+}
 
 Matrix3 EulerByAxisToMatrix(const float by_axis[3], int order) {
   order = ClampOrder(order);

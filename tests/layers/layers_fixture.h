@@ -43,13 +43,6 @@ class LayerMessageRecorder : public ReferenceTarget {
     heard.push_back({message, part, own ? layers->GetLayerName(static_cast<int>(part)) : ""});
     return IsPrivate(message) ? REF_STOP : REF_SUCCEED;
   }
-  RefTargetHandle Clone(RemapDir& remap) override {
-    auto* c = new LayerMessageRecorder;
-    c->ReplaceReference(0, remap.CloneRef(layers_));
-    BaseClone(this, c, remap);
-    return c;
-  }
-
   static bool IsPrivate(RefMessage m) {
     return m >= kLayerAddedAdjustmentMsg && m <= kLayersResetMsg;
   }
@@ -61,12 +54,6 @@ class LayerMessageRecorder : public ReferenceTarget {
     }
     return out;
   }
-  int Count(RefMessage message) const {
-    int n = 0;
-    for (const Heard& h : heard) n += h.message == message ? 1 : 0;
-    return n;
-  }
-
   std::vector<Heard> heard;
 
  protected:
@@ -92,12 +79,6 @@ class LayersHolderMod : public Modifier {
   }
   ChannelMask ChannelsChanged() override { return 0; }
   void ModifyObject(TimeValue, ModContext&, ObjectState*, INode*) override {}
-  RefTargetHandle Clone(RemapDir& remap) override {
-    auto* c = new LayersHolderMod;
-    for (int i = 0; i < 2; ++i) c->ReplaceReference(i, remap.CloneRef(refs_[i]));
-    BaseClone(this, c, remap);
-    return c;
-  }
   AnimationLayers* Layers() { return AsAnimationLayers(refs_[0]); }
   AnimLayersLocalWeights* Weights() { return AsLocalWeights(refs_[1]); }
 
@@ -169,9 +150,6 @@ class LayersTest : public ::testing::Test {
     edit();
     theHold.Accept(name);
   }
-
-  static void Undo() { theHold.Undo(); }
-  static void Redo() { theHold.Redo(); }
 
   /// The layer names, bottom first.
   static std::vector<std::string> Names(AnimationLayers* layers) {

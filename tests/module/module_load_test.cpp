@@ -45,12 +45,6 @@ const std::set<std::string> kPendingClasses = {
     "Dynamics",
     "RootAttrib",
     "UILabel",
-    "AnimationLayers",
-    "FloatLayers",
-    "PositionLayers",
-    "RotationLayers",
-    "ScaleLayers",
-    "AnimLayersLocalWeights",
     "MarvolithFBXExporter",
     "MarvolithFBXImporter",
 };

@@ -1,0 +1,511 @@
+// Copyright Marvolith contributors.
+#include "layers/layer_blend.h"
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "host/math/affine.h"
+#include "host/math/euler.h"
+
+namespace marvolith {
+namespace {
+
+constexpr float kPi = 3.14159265358979f;
+constexpr float kDeg = kPi / 180.0f;
+
+enum class Kind { Float, Position, Rotation, Scale, Euler };
+
+// One layer of a test stack: the values its controller would hold, by kind.
+struct TestLayer {
+  int type = kLayerOverride;
+  float weight = 1.0f;
+  float f = 0.0f;
+  Point3 p;
+  Quat q;
+  ScaleValue s;
+  float e[3] = {0.0f, 0.0f, 0.0f};
+};
+
+// A `Layers` source over plain values. Matrices are applied as the host's controllers apply
+// themselves relative (position and rotation before the running matrix); a scale layer
+// multiplies the running stretch, as an Adjustment stack of stretches composes.
+struct TestStack {
+  Kind kind = Kind::Float;
+  std::vector<TestLayer> layers;
+
+  bool Share(int i, LayerShare& out) const {
+    out.weight = layers[i].weight;
+    out.additive = IsAdditiveLayer(i, layers[i].type);
+    return true;
+  }
+  void Apply(int i, float& v) const { v += layers[i].f; }
+  void Apply(int i, Matrix3& m) const {
+    if (kind == Kind::Position) m.PreTranslate(layers[i].p);
+    if (kind == Kind::Rotation) m.PreRotate(layers[i].q);
+    if (kind == Kind::Scale) ApplyScaling(m, layers[i].s);
+  }
+  void ReadEuler(int i, float e[3]) const {
+    for (int a = 0; a < 3; ++a) e[a] = layers[i].e[a];
+  }
+  int Count() const { return static_cast<int>(layers.size()); }
+
+  float Float(float initial = 0.0f) const { return BlendFloatLayers(initial, 0, Count(), *this); }
+  Point3 Position() const { return BlendPositionLayers(Matrix3(), 0, Count(), *this).GetTrans(); }
+  Quat Rotation() const {
+    Quat q;
+    BlendRotationLayers(Matrix3(), q, 0, Count(), *this);
+    return q;
+  }
+  ScaleValue Scale() const {
+    ScaleValue v;
+    BlendScaleLayers(Matrix3(), v, 0, Count(), *this);
+    return v;
+  }
+};
+
+TestLayer FloatLayer(int type, float w, float value) {
+  TestLayer l;
+  l.type = type;
+  l.weight = w;
+  l.f = value;
+  return l;
+}
+TestLayer PositionLayer(int type, float w, Point3 value) {
+  TestLayer l;
+  l.type = type;
+  l.weight = w;
+  l.p = value;
+  return l;
+}
+TestLayer RotationLayer(int type, float w, Quat value) {
+  TestLayer l;
+  l.type = type;
+  l.weight = w;
+  l.q = value;
+  return l;
+}
+TestLayer ScaleLayer(int type, float w, ScaleValue value) {
+  TestLayer l;
+  l.type = type;
+  l.weight = w;
+  l.s = value;
+  return l;
+}
+TestLayer EulerLayer(int type, float w, float x, float y, float z) {
+  TestLayer l;
+  l.type = type;
+  l.weight = w;
+  l.e[0] = x;
+  l.e[1] = y;
+  l.e[2] = z;
+  return l;
+}
+
+Quat RotZ(float deg) { return Quat(RotateZMatrix(deg * kDeg)); }
+
+void ExpectNear(const Point3& a, const Point3& b, float eps = 1e-5f) {
+  EXPECT_NEAR(a.x, b.x, eps);
+  EXPECT_NEAR(a.y, b.y, eps);
+  EXPECT_NEAR(a.z, b.z, eps);
+}
+
+void ExpectNear(const Matrix3& a, const Matrix3& b, float eps = 1e-5f) {
+  for (int r = 0; r < 4; ++r) ExpectNear(a.GetRow(r), b.GetRow(r), eps);
+}
+
+void ExpectSameRotation(const Quat& a, const Quat& b, float eps = 1e-5f) {
+  EXPECT_TRUE(a.EqualsRotation(b, eps)) << a.x << " " << a.y << " " << a.z << " " << a.w << " vs "
+                                        << b.x << " " << b.y << " " << b.z << " " << b.w;
+}
+
+// --- Floats -------------------------------------------------------------------------------------
+
+TEST(FloatLayerBlend, OverrideCrossFadesAndAdjustmentAddsItsWeightedShare) {
+  const TestStack adjust{
+      Kind::Float,
+      {FloatLayer(kLayerOverride, 1.0f, 10.0f), FloatLayer(kLayerAdjustment, 0.5f, 3.0f)}};
+  EXPECT_FLOAT_EQ(adjust.Float(), 11.5f);
+  const TestStack fade{
+      Kind::Float,
+      {FloatLayer(kLayerOverride, 1.0f, 10.0f), FloatLayer(kLayerOverride, 0.5f, 20.0f)}};
+  EXPECT_FLOAT_EQ(fade.Float(), 15.0f);
+
+  // Weights are not clamped: 2 overshoots, a negative weight reverses.
+  TestStack s = adjust;
+  s.layers[1].weight = 2.0f;
+  EXPECT_FLOAT_EQ(s.Float(), 16.0f);
+  s.layers[1].weight = -1.0f;
+  EXPECT_FLOAT_EQ(s.Float(), 7.0f);
+  s = fade;
+  s.layers[1].weight = 2.0f;
+  EXPECT_FLOAT_EQ(s.Float(), 30.0f);
+
+  // An Override restarts from the initial value, not from the Adjustment under it:
+  // 13 fades towards 20 by half.
+  const TestStack restart{
+      Kind::Float,
+      {FloatLayer(kLayerOverride, 1.0f, 10.0f), FloatLayer(kLayerAdjustment, 1.0f, 3.0f),
+       FloatLayer(kLayerOverride, 0.5f, 20.0f)}};
+  EXPECT_FLOAT_EQ(restart.Float(), 16.5f);
+  // Relative reads start from the incoming value, the Override included.
+  EXPECT_FLOAT_EQ(restart.Float(100.0f), 100.0f + 16.5f);
+}
+
+TEST(FloatLayerBlend, BaseWeightAndRangeDecideWhatStartsTheBlend) {
+  TestStack s{Kind::Float,
+              {FloatLayer(kLayerOverride, 0.0f, 10.0f), FloatLayer(kLayerAdjustment, 1.0f, 3.0f)}};
+  // Layer 0 at weight 0 leaves the initial value for the layers above.
+  EXPECT_FLOAT_EQ(s.Float(), 3.0f);
+  EXPECT_FLOAT_EQ(s.Float(7.0f), 10.0f);
+  s.layers[0].weight = 0.5f;
+  EXPECT_FLOAT_EQ(s.Float(), 8.0f);
+  // A first at or after last leaves the initial value; a sub-range blends only its layers.
+  EXPECT_FLOAT_EQ(BlendFloatLayers(7.0f, 2, 2, s), 7.0f);
+  EXPECT_FLOAT_EQ(BlendFloatLayers(7.0f, 2, 1, s), 7.0f);
+  EXPECT_FLOAT_EQ(BlendFloatLayers(0.0f, 0, 1, s), 5.0f);
+}
+
+TEST(FloatLayerSolve, WritingThroughTheActiveLayerUndoesItsShare) {
+  // Base 10 under an Adjustment at 0.5: 12 on screen needs (12 - 10) / 0.5 = 4 on the layer.
+  EXPECT_FLOAT_EQ(SolveFloatLayer(12.0f, 10.0f, 0.5f, kLayerAdjustment), 4.0f);
+  // Base 10 under an Override at 0.5: 16 needs (16 - 0.5 * 10) / 0.5 = 22.
+  EXPECT_FLOAT_EQ(SolveFloatLayer(16.0f, 10.0f, 0.5f, kLayerOverride), 22.0f);
+  TestStack s{Kind::Float,
+              {FloatLayer(kLayerOverride, 1.0f, 10.0f), FloatLayer(kLayerOverride, 0.5f, 22.0f)}};
+  EXPECT_FLOAT_EQ(s.Float(), 16.0f);
+  // Weight 0 cannot be written: the wanted value comes back instead of infinities.
+  EXPECT_FLOAT_EQ(SolveFloatLayer(12.0f, 10.0f, 0.0f, kLayerOverride), 12.0f);
+}
+
+// --- Positions ----------------------------------------------------------------------------------
+
+TEST(PositionLayerBlend, ComponentwiseFadesAndAdds) {
+  const TestStack s{Kind::Position,
+                    {PositionLayer(kLayerOverride, 1.0f, {1, 2, 3}),
+                     PositionLayer(kLayerAdjustment, 0.5f, {10, 0, 0}),
+                     PositionLayer(kLayerOverride, 0.25f, {0, 0, 4})}};
+  // (1,2,3) + 0.5 (10,0,0) = (6,2,3); then a quarter of the way to (0,0,4).
+  ExpectNear(s.Position(), {4.5f, 1.5f, 3.25f});
+  TestStack neg = s;
+  neg.layers.pop_back();
+  neg.layers[1].weight = -2.0f;
+  ExpectNear(neg.Position(), {-19.0f, 2.0f, 3.0f});
+  neg.layers[0].weight = 0.0f;
+  ExpectNear(neg.Position(), {-20.0f, 0.0f, 0.0f});
+}
+
+TEST(PositionLayerBlend, RelativeReadMovesInTheIncomingFrameAndKeepsItsRotation) {
+  Matrix3 m0 = RotateZMatrix(90.0f * kDeg);
+  m0.SetTrans({5, 0, 0});
+  const TestStack s{Kind::Position, {PositionLayer(kLayerOverride, 0.5f, {1, 0, 0})}};
+  const Matrix3 m = BlendPositionLayers(m0, 0, 1, s);
+  // The layer's +X is the incoming frame's +Y; half of it is blended in.
+  Matrix3 want = m0;
+  want.SetTrans({5, 0.5f, 0});
+  ExpectNear(m, want);
+}
+
+// --- Rotations ----------------------------------------------------------------------------------
+
+TEST(RotationLayerBlend, SlerpsOverridesAndStacksAdjustments) {
+  TestStack s{Kind::Rotation,
+              {RotationLayer(kLayerOverride, 1.0f, RotZ(90)),
+               RotationLayer(kLayerAdjustment, 0.5f, RotZ(90))}};
+  ExpectSameRotation(s.Rotation(), RotZ(135));
+  s.layers[1].weight = 2.0f;
+  ExpectSameRotation(s.Rotation(), RotZ(270));
+  s.layers[1].weight = -1.0f;
+  ExpectSameRotation(s.Rotation(), RotZ(0));
+  s.layers[1] = RotationLayer(kLayerOverride, 0.5f, Quat());
+  ExpectSameRotation(s.Rotation(), RotZ(45));
+  s.layers[0].weight = 0.0f;
+  ExpectSameRotation(s.Rotation(), Quat());
+}
+
+TEST(RotationLayerBlend, RelativeReadKeepsTranslationStretchAndMirror) {
+  Matrix3 m0 = ScaleMatrix({2, 2, 2});
+  m0.SetTrans({1, 2, 3});
+  const TestStack s{Kind::Rotation, {RotationLayer(kLayerOverride, 0.5f, RotZ(90))}};
+  Quat q;
+  Matrix3 want = ScaleMatrix({2, 2, 2}) * RotateZMatrix(45 * kDeg);
+  want.SetTrans({1, 2, 3});
+  ExpectNear(BlendRotationLayers(m0, q, 0, 1, s), want);
+  ExpectSameRotation(q, RotZ(45));
+  // At full weight the layer's own matrix comes out, a non-uniform stretch included.
+  Matrix3 stretched = ScaleMatrix({2, 3, 4});
+  stretched.SetTrans({1, 2, 3});
+  Matrix3 plain = stretched;
+  plain.PreRotate(RotZ(90));
+  TestStack full = s;
+  full.layers[0].weight = 1.0f;
+  ExpectNear(BlendRotationLayers(stretched, q, 0, 1, full), plain);
+
+  // Under a mirroring parent, a full-weight base gives what the controller alone gives.
+  Matrix3 mirror = ScaleMatrix({-1, -1, -1});
+  mirror.SetTrans({1, 0, 0});
+  plain = mirror;
+  plain.PreRotate(RotZ(90));
+  ExpectNear(BlendRotationLayers(mirror, q, 0, 1, full), plain);
+  Matrix3 half = mirror;
+  half.PreRotate(RotZ(45));
+  ExpectNear(BlendRotationLayers(mirror, q, 0, 1, s), half);
+}
+
+// --- Scales -------------------------------------------------------------------------------------
+
+TEST(ScaleLayerBlend, LerpsStretchAndMultipliesAdjustments) {
+  TestStack s{Kind::Scale,
+              {ScaleLayer(kLayerOverride, 1.0f, Point3(2, 2, 2)),
+               ScaleLayer(kLayerAdjustment, 0.5f, Point3(3, 1, 1))}};
+  // The Adjustment makes (6,2,2) of the base's (2,2,2); half way is (4,2,2).
+  ExpectNear(s.Scale().s, {4, 2, 2});
+  s.layers.push_back(ScaleLayer(kLayerOverride, 0.5f, Point3(1, 1, 1)));
+  ExpectNear(s.Scale().s, {2.5f, 1.5f, 1.5f});
+  s.layers[0].weight = 0.0f;
+  s.layers.resize(1);
+  ExpectNear(s.Scale().s, {1, 1, 1});
+
+  // The stretch rotation slerps: half of a 60 degree stretch axis turn.
+  const TestStack axis{Kind::Scale,
+                       {ScaleLayer(kLayerOverride, 0.5f, ScaleValue({1, 1, 3}, RotZ(60)))}};
+  const ScaleValue v = axis.Scale();
+  ExpectNear(v.s, {1, 1, 2});
+  ExpectNear(MatrixFromScaleValue(v), MatrixFromScaleValue(ScaleValue({1, 1, 2}, RotZ(30))));
+}
+
+TEST(ScaleLayerBlend, RelativeReadScalesBeforeTheIncomingRotation) {
+  Matrix3 m0 = RotateZMatrix(90 * kDeg);
+  m0.SetTrans({1, 2, 3});
+  const TestStack s{Kind::Scale, {ScaleLayer(kLayerOverride, 1.0f, Point3(2, 3, 4))}};
+  ScaleValue v;
+  Matrix3 want = ScaleMatrix({2, 3, 4}) * m0;
+  ExpectNear(BlendScaleLayers(m0, v, 0, 1, s), want);
+  ExpectNear(v.s, {2, 3, 4});
+}
+
+// --- Euler --------------------------------------------------------------------------------------
+
+TEST(EulerLayerBlend, SumsAnglesAndKeepsWholeTurns) {
+  float acc[3] = {9, 9, 9};
+  TestStack s{Kind::Euler,
+              {EulerLayer(kLayerOverride, 1.0f, 0.1f, 0.2f, 0.3f),
+               EulerLayer(kLayerAdjustment, 2.0f, 1.0f, 0.0f, 0.0f)}};
+  BlendEulerLayers(acc, 0, 2, s);
+  EXPECT_FLOAT_EQ(acc[0], 2.1f);
+  EXPECT_FLOAT_EQ(acc[1], 0.2f);
+  EXPECT_FLOAT_EQ(acc[2], 0.3f);
+  s.layers.push_back(EulerLayer(kLayerOverride, 0.5f, 0.0f, 0.0f, 0.0f));
+  BlendEulerLayers(acc, 0, 3, s);
+  EXPECT_FLOAT_EQ(acc[0], 1.05f);
+  EXPECT_FLOAT_EQ(acc[2], 0.15f);
+  // Two turns of 4 radians stay 8 radians, beyond a whole turn.
+  s = TestStack{
+      Kind::Euler,
+      {EulerLayer(kLayerOverride, 1.0f, 4, 0, 0), EulerLayer(kLayerAdjustment, 1, 4, 0, 0)}};
+  BlendEulerLayers(acc, 0, 2, s);
+  EXPECT_FLOAT_EQ(acc[0], 8.0f);
+  // Nothing blended: zero whatever the incoming angles.
+  acc[0] = 5.0f;
+  BlendEulerLayers(acc, 1, 1, s);
+  EXPECT_EQ(acc[0], 0.0f);
+}
+
+TEST(EulerByAxis, OrdersMatchTheHostsSequenceConventions) {
+  const float by_axis[3] = {0.3f, -0.7f, 1.1f};
+  for (int order = 0; order < 6; ++order) {
+    SCOPED_TRACE(order);
+    float seq[3];
+    for (int step = 0; step < 3; ++step) seq[step] = by_axis[EulerOrderAxis(order, step)];
+    Matrix3 host;
+    EulerToMatrix(seq, host, order);
+    const Matrix3 m = EulerByAxisToMatrix(by_axis, order);
+    ExpectNear(m, host);
+    float back[3];
+    QuatToEulerByAxis(Quat(m), order, back);
+    for (int a = 0; a < 3; ++a) EXPECT_NEAR(back[a], by_axis[a], 1e-5f);
+    // Continuous conversion follows angles a whole turn away.
+    float near[3] = {by_axis[0] + 2 * kPi, by_axis[1], by_axis[2]};
+    ContinuousQuatToEulerByAxis(Quat(m), order, near);
+    EXPECT_NEAR(near[0], by_axis[0] + 2 * kPi, 1e-4f);
+  }
+  // Orders above the Tait-Bryan ones read as XYZ.
+  ExpectNear(EulerByAxisToMatrix(by_axis, 7), EulerByAxisToMatrix(by_axis, 0));
+}
+
+TEST(EulerTurn, LargeTurnsStepSoTheAnglesFollow) {
+  // An AngAxis turns by the left-hand rule: 200 degrees about +X is -200 on the X angle. In one
+  // step the nearest angles would be +160; in steps of 135 and 65 the angle follows.
+  float e[3] = {0, 0, 0};
+  ApplyEulerTurn(e, 0, AngAxis({1, 0, 0}, 200 * kDeg));
+  EXPECT_NEAR(e[0], -200 * kDeg, 1e-4f);
+  EXPECT_NEAR(e[1], 0, 1e-5f);
+  EXPECT_NEAR(e[2], 0, 1e-5f);
+  ApplyEulerTurn(e, 0, AngAxis({1, 0, 0}, -560 * kDeg));
+  EXPECT_NEAR(e[0], 360 * kDeg, 1e-4f);
+  // A turn that is not finite leaves the angles.
+  ApplyEulerTurn(e, 0, AngAxis({1, 0, 0}, NAN));
+  EXPECT_NEAR(e[0], 360 * kDeg, 1e-4f);
+}
+
+RC_GTEST_PROP(EulerTurnLaws, TheAnglesReachTheTurnedRotation, ()) {
+  const int order = *rc::gen::inRange(0, 6);
+  float e[3];
+  for (float& a : e) a = *rc::gen::inRange(-150, 150) * kDeg;
+  const Point3 axis(*rc::gen::inRange(-10, 11) * 0.1f, *rc::gen::inRange(-10, 11) * 0.1f, 1.0f);
+  const float angle = *rc::gen::inRange(-720, 720) * kDeg;
+  const Quat want = Quat(EulerByAxisToMatrix(e, order)) * Quat(AngAxis(axis, angle));
+  ApplyEulerTurn(e, order, AngAxis(axis, angle));
+  RC_ASSERT(Quat(EulerByAxisToMatrix(e, order)).EqualsRotation(Normalize(want), 1e-3f));
+}
+
+// --- Solving for the active layer: blending the solution gives the wanted value back ----------
+
+float AnyWeight() {
+  const float w = *rc::gen::inRange(30, 250) * 0.01f;
+  return *rc::gen::arbitrary<bool>() ? w : -w;
+}
+int AnyType() { return *rc::gen::element(kLayerAdjustment, kLayerOverride); }
+Quat AnyRotation(float max_deg) {
+  const Point3 axis(*rc::gen::inRange(-10, 11) * 0.1f, *rc::gen::inRange(-10, 11) * 0.1f,
+                    *rc::gen::element(-1.0f, 1.0f));
+  return Quat(AngAxis(Normalize(axis), *rc::gen::inRange(-100, 101) * 0.01f * max_deg * kDeg));
+}
+// Distinct factors: a stretch with two equal factors has no one axis system to read back.
+Point3 AnyStretch() {
+  return {*rc::gen::inRange(3, 13) * 0.1f, *rc::gen::inRange(16, 26) * 0.1f,
+          *rc::gen::inRange(29, 40) * 0.1f};
+}
+
+RC_GTEST_PROP(LayerSolveLaws, FloatAndPositionLandOnTheWantedValue, ()) {
+  const int type = AnyType();
+  const float w = AnyWeight();
+  const float below = *rc::gen::inRange(-1000, 1000) * 0.1f;
+  const float v = *rc::gen::inRange(-1000, 1000) * 0.1f;
+  TestStack s{Kind::Float, {FloatLayer(kLayerOverride, 1.0f, below), FloatLayer(type, w, 0.0f)}};
+  s.layers[1].f = SolveFloatLayer(v, below, w, type);
+  RC_ASSERT(std::fabs(s.Float() - v) <= 1e-3f);
+
+  const Point3 below_p(below, -below, 0.5f * v);
+  const Point3 v_p(v, 2.0f, -below);
+  TestStack p{Kind::Position,
+              {PositionLayer(kLayerOverride, 1.0f, below_p), PositionLayer(type, w, {})}};
+  p.layers[1].p = SolvePositionLayer(v_p, below_p, w, type);
+  RC_ASSERT(Length(p.Position() - v_p) <= 1e-3f);
+}
+
+RC_GTEST_PROP(LayerSolveLaws, RotationLandsOnTheWantedValue, ()) {
+  const int type = AnyType();
+  const float w = AnyWeight();
+  const Quat below = AnyRotation(170.0f);
+  // The wanted value is one the layer can reach: a layer turned less than a half turn away.
+  TestStack s{
+      Kind::Rotation,
+      {RotationLayer(kLayerOverride, 1.0f, below),
+       RotationLayer(type, w, AnyRotation(150.0f) * (type == kLayerOverride ? below : Quat()))}};
+  const Quat v = s.Rotation();
+  s.layers[1].q = SolveRotationLayer(v, below, w, type);
+  RC_ASSERT(s.Rotation().EqualsRotation(v, 1e-3f));
+}
+
+RC_GTEST_PROP(LayerSolveLaws, ScaleLandsOnTheWantedValue, ()) {
+  const int type = AnyType();
+  // Weights away from 0 keep the solved stretch axes within the turn that a decomposition reads
+  // back as the same axes (a quarter turn would swap them).
+  const float w = AnyWeight() > 0.0f ? *rc::gen::inRange(60, 250) * 0.01f : -0.8f;
+  // Adjustments compose stretches along one axis system; Overrides may turn theirs a little.
+  const bool turned = type == kLayerOverride;
+  const ScaleValue below(AnyStretch(), turned ? AnyRotation(10.0f) : Quat());
+  const ScaleValue layer(AnyStretch(), turned ? AnyRotation(10.0f) : Quat());
+  TestStack s{Kind::Scale, {ScaleLayer(kLayerOverride, 1.0f, below), ScaleLayer(type, w, layer)}};
+  const ScaleValue v = s.Scale();
+  RC_PRE(v.s.x > 0.05f && v.s.y > 0.05f && v.s.z > 0.05f);
+  ScaleValue solved;
+  RC_ASSERT(SolveScaleLayer(v, below, w, type, solved));
+  s.layers[1].s = solved;
+  const Matrix3 got = MatrixFromScaleValue(s.Scale());
+  const Matrix3 want = MatrixFromScaleValue(v);
+  for (int r = 0; r < 3; ++r) RC_ASSERT(Length(got.GetRow(r) - want.GetRow(r)) <= 2e-3f);
+}
+
+RC_GTEST_PROP(LayerSolveLaws, EulerLandsOnTheWantedAngles, ()) {
+  const int type = AnyType();
+  const float w = AnyWeight();
+  TestStack s{Kind::Euler,
+              {EulerLayer(kLayerOverride, 1.0f, 0.3f, -1.0f, 2.5f), EulerLayer(type, w, 0, 0, 0)}};
+  float below[3];
+  BlendEulerLayers(below, 0, 1, s);
+  const float v[3] = {*rc::gen::inRange(-700, 700) * 0.01f, 0.25f, -4.0f};
+  SolveEulerLayer(v, below, w, type, s.layers[1].e);
+  float got[3];
+  BlendEulerLayers(got, 0, 2, s);
+  for (int a = 0; a < 3; ++a) RC_ASSERT(std::fabs(got[a] - v[a]) <= 1e-4f);
+}
+
+// The steps read rigid and row-scaled matrices without a polar decomposition; they must agree with
+// the decomposition they stand for.
+RC_GTEST_PROP(LayerStepLaws, RigidAndRowScaledMatricesBlendAsTheirDecomposition, ()) {
+  const float w = AnyWeight();
+  const Quat start = AnyRotation(170.0f);
+  Matrix3 m;
+  AnyRotation(170.0f).MakeMatrix(m);
+  m.SetTrans({1, -2, 3});
+  const bool scaled = *rc::gen::arbitrary<bool>();
+  if (scaled) m = ScaleMatrix(AnyStretch()) * m;
+
+  AffineParts parts;
+  decomp_affine(m, &parts);
+  Quat q = start;
+  Matrix3 got = m;
+  BlendRotationStep(got, q, w);
+  Quat n = parts.q;
+  n.MakeClosest(start);
+  AffineParts want_parts = parts;
+  want_parts.q = Slerp(start, n, w);
+  RC_ASSERT(q.EqualsRotation(want_parts.q, 1e-4f));
+  const Matrix3 want = ComposeAffine(want_parts);
+  for (int r = 0; r < 4; ++r) RC_ASSERT(Length(got.GetRow(r) - want.GetRow(r)) <= 1e-4f);
+
+  const ScaleValue from(AnyStretch(), AnyRotation(20.0f));
+  ScaleValue v = from;
+  got = m;
+  BlendScaleStep(got, v, w);
+  ScaleValue want_v(from.s + (parts.k - from.s) * w,
+                    Slerp(from.q, MakeClosest(parts.u, from.q), w));
+  Matrix3 want_m = m;
+  ApplyScaleValue(want_m, want_v);
+  const Matrix3 got_stretch = MatrixFromScaleValue(v);
+  const Matrix3 want_stretch = MatrixFromScaleValue(want_v);
+  for (int r = 0; r < 3; ++r) {
+    RC_ASSERT(Length(got_stretch.GetRow(r) - want_stretch.GetRow(r)) <= 1e-3f);
+  }
+  for (int r = 0; r < 4; ++r) RC_ASSERT(Length(got.GetRow(r) - want_m.GetRow(r)) <= 1e-3f);
+}
+
+TEST(ScaleLayerSolve, AdjustmentOverAZeroStretchCannotBeWritten) {
+  ScaleValue out(Point3(7, 7, 7));
+  EXPECT_FALSE(SolveScaleLayer(ScaleValue(Point3(1, 2, 3)), ScaleValue(Point3(1, 0, 1)), 0.5f,
+                               kLayerAdjustment, out));
+  EXPECT_EQ(out.s.x, 7.0f);
+  // An Override does not divide by what lies below, so it can.
+  EXPECT_TRUE(SolveScaleLayer(ScaleValue(Point3(1, 2, 3)), ScaleValue(Point3(1, 0, 1)), 0.5f,
+                              kLayerOverride, out));
+  ExpectNear(out.s, {1, 4, 5});
+}
+
+TEST(BakedKeys, TangentsMeasureHalfAFrameEachSide) {
+  const BakedTangents t = BakeTangents(5.0f, 4.0f, 7.0f, 80);
+  EXPECT_FLOAT_EQ(t.in, -1.0f / 80.0f);
+  EXPECT_FLOAT_EQ(t.out, 2.0f / 80.0f);
+  const BakedTangents flat = BakeTangents(5.0f, 4.0f, 7.0f, 0);
+  EXPECT_EQ(flat.in, 0.0f);
+  EXPECT_EQ(flat.out, 0.0f);
+  EXPECT_EQ(std::bit_cast<std::uint32_t>(BakedTangentLength()), 0x3EAAAA9Fu);
+}
+
+}  // namespace
+}  // namespace marvolith
