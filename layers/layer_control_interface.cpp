@@ -32,15 +32,15 @@ std::vector<FPFunctionDef> LayerFunctions() {
   auto state = [] { return FPArg("state", TYPE_BOOL); };
   auto weight = [] { return FPArg("weight", TYPE_PCNT_FRAC); };
   auto control = [] { return FPArg("control", TYPE_CONTROL); };
-  auto add = [](std::string name) {
-    return FPFunctionDef(0, std::move(name), TYPE_VOID,
+  auto add = [](FunctionID id, std::string name) {
+    return FPFunctionDef(id, std::move(name), TYPE_VOID,
                          {FPArg("name", TYPE_STRING).KeyArg(FPValue("")),
                           FPArg("index", TYPE_INDEX).KeyArg(FPValue::Index(-1))});
   };
   std::vector<FPFunctionDef> f = {
       {kLayersGetLayerCount, "GetLayerCount", TYPE_INT},
-      add("AddAdjustmentLayer"),
-      add("AddOverrideLayer"),
+      add(kLayersAddAdjustmentLayer, "AddAdjustmentLayer"),
+      add(kLayersAddOverrideLayer, "AddOverrideLayer"),
       {kLayersRemoveLayer, "RemoveLayer", TYPE_VOID, {index()}},
       {kLayersCollapseLayers, "CollapseLayers", TYPE_VOID},
       {kLayersMoveLayerUp, "MoveLayerUp", TYPE_VOID, {index()}},
@@ -76,8 +76,6 @@ std::vector<FPFunctionDef> LayerFunctions() {
       {kLayersGetEulerBlending, "GetEulerBlending", TYPE_BOOL},
       {kLayersSetEulerBlending, "SetEulerBlending", TYPE_VOID, {state()}},
   };
-  f[kLayersAddAdjustmentLayer].id = kLayersAddAdjustmentLayer;
-  f[kLayersAddOverrideLayer].id = kLayersAddOverrideLayer;
   return f;
 }
 

@@ -30,6 +30,26 @@ struct TrackLayers {
   }
 };
 
+// Scale layers: host scale controllers replace the stretch of the matrix they apply to, so an
+// Adjustment layer multiplies its own value onto what lies under it instead.
+struct ScaleTrackLayers {
+  AnimationLayersControl* track;
+  TimeValue t;
+  Interval& valid;
+
+  bool Share(int i, LayerShare& out) { return track->LayerShareAt(i, t, valid, out); }
+  void Apply(int i, Matrix3& m) {
+    Control* c = track->LayerController(i);
+    if (!IsAdditiveLayer(i, track->GetAnimationLayers()->GetLayerType(i))) {
+      c->GetValue(t, &m, valid, CTRL_RELATIVE);
+      return;
+    }
+    ScaleValue s;
+    c->GetValue(t, &s, valid, CTRL_ABSOLUTE);
+    ApplyScaling(m, s);
+  }
+};
+
 IEulerControl* EulerOf(Control* c) {
   return c ? static_cast<IEulerControl*>(c->GetInterface(I_EULERCTRL)) : nullptr;
 }
@@ -259,7 +279,7 @@ void ScaleLayers::GetLayeredValue(
   last = std::min(last, layer_controls_.Count());
   const Matrix3 m0 = method == CTRL_ABSOLUTE ? Matrix3() : *static_cast<Matrix3*>(val);
   ScaleValue v;
-  const Matrix3 m = BlendScaleLayers(m0, v, first, last, TrackLayers<Matrix3>{this, t, valid});
+  const Matrix3 m = BlendScaleLayers(m0, v, first, last, ScaleTrackLayers{this, t, valid});
   if (method == CTRL_ABSOLUTE) {
     *static_cast<ScaleValue*>(val) = v;
   } else {

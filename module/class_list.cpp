@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "animation/animation_manager.h"
 #include "animation/animation_manager_mod.h"
 #include "chains/curve_ik_chain.h"
 #include "chains/curve_ik_control.h"
@@ -31,12 +32,17 @@
 #include "controls/control_shape.h"
 #include "host/core/diagnostics.h"
 #include "layers/animation_layers.h"
+#include "layers/layer_control.h"
 #include "rig/rig_system.h"
 
 namespace marvolith {
 namespace {
 
 using ClassTable = std::array<ClassDesc2*, kClassCount>;
+
+// The manager's scripting interface is a static object that nothing in the module calls; naming
+// it here keeps it in the module however the link is made.
+[[maybe_unused]] AnimationManager* const kAnimationManagerGlobal = &GetAnimationManager();
 
 template <std::size_t... I>
 std::array<PendingClassDesc, sizeof...(I)> MakePendingDescs(std::index_sequence<I...>) {
@@ -91,6 +97,10 @@ void PutImplementedClasses(ClassTable& table) {
   put(ClassIndex::CurveIKChain, GetCurveIKChainDesc());
   put(ClassIndex::AnimationLayers, GetAnimationLayersDesc());
   put(ClassIndex::AnimLayersLocalWeights, GetAnimLayersLocalWeightsDesc());
+  put(ClassIndex::FloatLayers, GetFloatLayersDesc());
+  put(ClassIndex::PositionLayers, GetPositionLayersDesc());
+  put(ClassIndex::RotationLayers, GetRotationLayersDesc());
+  put(ClassIndex::ScaleLayers, GetScaleLayersDesc());
 }
 
 ClassTable BuildTable() {

@@ -67,6 +67,10 @@ void AddShapesCommand(CLI::App& app);
 /// and moved through .rig files, by the loaded module's Rig class.
 void AddRigCommands(CLI::App& app);
 
+/// `marvolith layers list|add|weight|active|collapse SCENE ...`: the animation layers of a scene
+/// file, through the loaded module's AnimationManager interface.
+void AddLayersCommands(CLI::App& app);
+
 /// Ends a command with message as its one error line and exit code 1.
 [[noreturn]] inline void Refuse(const std::string& message) { throw CLI::RuntimeError(message, 1); }
 

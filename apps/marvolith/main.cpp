@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
   AddRenderCommand(app);
   AddShapesCommand(app);
   AddRigCommands(app);
+  AddLayersCommands(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

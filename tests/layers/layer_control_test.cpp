@@ -12,18 +12,17 @@
 #include <vector>
 
 #include "controllers/rotation_xyz.h"
-#include "host/app/host_classes.h"
 #include "host/app/scene_file.h"
 #include "host/controllers/control_interfaces.h"
 #include "host/controllers/controller_classes.h"
 #include "host/core/clock.h"
-#include "host/registry/class_desc.h"
+#include "host/math/affine.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/undo/hold.h"
 #include "layers/animation_layers.h"
-#include "plugin/class_table.h"
-#include "plugin/strings.h"
+#include "tests/layers/layers_fixture.h"
+#include "tests/support/alloc_counter.h"
 #include "tests/support/test_objects.h"
 
 namespace marvolith::test {
@@ -31,41 +30,24 @@ namespace {
 
 constexpr float kDeg = 3.14159265358979f / 180.0f;
 
-float FloatAt(Control* c, TimeValue t = 0) {
-  float v = 0.0f;
+// The absolute value of a controller of value type T at t.
+template <typename T>
+T At(Control* c, TimeValue t = 0) {
+  T v{};
   Interval valid = FOREVER;
   c->GetValue(t, &v, valid, CTRL_ABSOLUTE);
   return v;
 }
 
-Point3 PointAt(Control* c, TimeValue t = 0) {
-  Point3 v;
-  Interval valid = FOREVER;
-  c->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-  return v;
-}
-
-Quat QuatAt(Control* c, TimeValue t = 0) {
-  Quat v;
-  Interval valid = FOREVER;
-  c->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-  return v;
-}
-
-Control* FloatOf(float v) {
+// c holding v at time 0, no undo recorded.
+template <typename T>
+Control* Holding(Control* c, T v) {
   HoldSuspend no_undo;
-  Control* c = CreateInterpFloat();
   c->SetValue(0, &v, 1, CTRL_ABSOLUTE);
   return c;
 }
-
-Control* PositionOf(const Point3& p) {
-  HoldSuspend no_undo;
-  Control* c = CreateInterpPosition();
-  Point3 v = p;
-  c->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  return c;
-}
+Control* FloatOf(float v) { return Holding(CreateInterpFloat(), v); }
+Control* PositionOf(const Point3& p) { return Holding(CreateInterpPosition(), p); }
 
 // A RotationXYZ of the given order holding angles by axis (radians).
 Control* EulerOf(float x, float y, float z, int order = 0) {
@@ -78,36 +60,35 @@ Control* EulerOf(float x, float y, float z, int order = 0) {
   return r;
 }
 
+// The rotation of a positive Euler angle about Z, in degrees.
+Quat ZTurn(float degrees) { return Quat(RotateZMatrix(degrees * kDeg)); }
+
 void ExpectQuatNear(const Quat& a, const Quat& b) {
   const float d = std::fabs(a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w);
   EXPECT_NEAR(d, 1.0f, 1e-5f) << "quaternions differ";
 }
 
-class LayerControlTest : public ::testing::Test {
+class LayerControlTest : public LayersTest {
  protected:
   void SetUp() override {
-    RegisterHostClasses();
-    instance_ = GetModuleInstance();
-    SetModuleInstance(reinterpret_cast<HINSTANCE>(this));
-    for (ClassDesc2* cd : {GetAnimationLayersDesc(), GetAnimLayersLocalWeightsDesc(),
-                           GetFloatLayersDesc(), GetPositionLayersDesc(), GetRotationLayersDesc(),
+    LayersTest::SetUp();
+    for (ClassDesc2* cd : {GetFloatLayersDesc(), GetPositionLayersDesc(), GetRotationLayersDesc(),
                            GetScaleLayersDesc(), GetRotationXYZDesc()}) {
       if (ClassDirectory::Get().AddClass(cd)) added_.push_back(cd);
     }
-    GetCOREInterface()->Reset();
     GetCOREInterface()->SetTime(0);
-    layers_ = new AnimationLayers();
-    weights_ = new AnimLayersLocalWeights();
+    layers_ = NewLayers();
+    weights_ = Keep(new AnimLayersLocalWeights());
     weights_->ReplaceReference(AnimLayersLocalWeights::kLayersRef, layers_);
     weights_->SyncWeights();
-    holder_ = sweep_.Keep(new TestTarget(8));
+    holder_ = Keep(new TestTarget(8));
   }
   void TearDown() override {
     AnimateOff();
     GetCOREInterface()->Reset();
     theHold.Clear();
     for (ClassDesc2* cd : added_) ClassDirectory::Get().RemoveClass(cd);
-    SetModuleInstance(instance_);
+    LayersTest::TearDown();
   }
 
   // A layered track of the set kept alive by the holder.
@@ -117,21 +98,13 @@ class LayerControlTest : public ::testing::Test {
     return c;
   }
 
-  static void Undoable(const char* name, auto&& edit) {
-    theHold.Begin();
-    edit();
-    theHold.Accept(name);
-  }
-
   AnimationLayers* layers_ = nullptr;
   AnimLayersLocalWeights* weights_ = nullptr;
   TestTarget* holder_ = nullptr;
   int next_slot_ = 0;
 
  private:
-  SceneSweeper sweep_;
   std::vector<ClassDesc2*> added_;
-  HINSTANCE instance_ = nullptr;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -236,7 +209,7 @@ TEST_F(LayerControlTest, KeysGoToTheActiveLayerAndWaitWhileLocked) {
   float v = 5.0f;
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
   EXPECT_EQ(track->NumKeys(), 1);
-  EXPECT_FLOAT_EQ(FloatAt(track), 0.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 0.0f);
 
   lock->SetLocked(false);
   track->SetActiveLayer(0);
@@ -255,11 +228,15 @@ TEST_F(LayerControlTest, NewLayersTakeTheBaseClassOrTheDefault) {
   ASSERT_NE(none->LayerController(0), nullptr);
   euler->AddAdjustmentLayer("", -1);
 
+  // A RotationXYZ is no leaf: its layers are new RotationXYZ in XYZ order; the blend keeps
+  // reading the order of the base.
   Control* e1 = euler->LayerController(1);
   ASSERT_NE(e1, nullptr);
+  EXPECT_EQ(e1->ClassID(), GetRotationXYZDesc()->ClassID());
   auto* order = static_cast<IEulerControl*>(e1->GetInterface(I_EULERCTRL));
   ASSERT_NE(order, nullptr);
-  EXPECT_EQ(order->GetOrder(), 4) << "the base's Euler order is copied";
+  EXPECT_EQ(order->GetOrder(), 0);
+  EXPECT_EQ(static_cast<RotationLayers*>(euler)->BlendOrder(), 4);
   EXPECT_EQ(tcb->LayerController(1)->ClassID(), tcb->LayerController(0)->ClassID());
   EXPECT_EQ(pos->LayerController(1)->ClassID(), pos->LayerController(0)->ClassID());
   // Without a base, the new layer is a RotationXYZ in XYZ order.
@@ -275,27 +252,27 @@ TEST_F(LayerControlTest, AnOverrideLayerStartsAtThePoseOnScreen) {
   pos->AddAdjustmentLayer("", -1);
   Point3 d(4, 0, 0);
   pos->SetValue(0, &d, 1, CTRL_ABSOLUTE);  // the layer holds (3, -2, -3)
-  const Point3 before = PointAt(pos);
+  const Point3 before = At<Point3>(pos);
   EXPECT_NEAR(before.x, 4.0f, 1e-5f);
-  const Quat rot_before = QuatAt(rot);
+  const Quat rot_before = At<Quat>(rot);
 
   pos->AddOverrideLayer("", -1);
-  const Point3 after = PointAt(pos);
+  const Point3 after = At<Point3>(pos);
   EXPECT_NEAR(after.x, before.x, 1e-5f);
   EXPECT_NEAR(after.y, before.y, 1e-5f);
   EXPECT_NEAR(after.z, before.z, 1e-5f);
-  const Point3 seeded = PointAt(pos->LayerController(2));
+  const Point3 seeded = At<Point3>(pos->LayerController(2));
   EXPECT_NEAR(seeded.x, 4.0f, 1e-5f);
   EXPECT_NEAR(seeded.y, 0.0f, 1e-5f);
   EXPECT_NEAR(seeded.z, 0.0f, 1e-5f);
 
   // The rotation is seeded through its angles: the turn beyond a half turn survives.
-  ExpectQuatNear(QuatAt(rot), rot_before);
+  ExpectQuatNear(At<Quat>(rot), rot_before);
   Control* z = rot->LayerController(2)->GetZController();
   ASSERT_NE(z, nullptr);
-  EXPECT_NEAR(FloatAt(z), 200 * kDeg, 1e-4f);
+  EXPECT_NEAR(At<float>(z), 200 * kDeg, 1e-4f);
   // An Adjustment layer starts empty.
-  EXPECT_NEAR(FloatAt(rot->LayerController(1)->GetZController()), 0.0f, 1e-6f);
+  EXPECT_NEAR(At<float>(rot->LayerController(1)->GetZController()), 0.0f, 1e-6f);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -307,44 +284,44 @@ TEST_F(LayerControlTest, FloatBlendsAndWritesLandOnTheActiveLayer) {
   float three = 3.0f;
   track->LayerController(1)->SetValue(0, &three, 1, CTRL_ABSOLUTE);
   track->SetLayerGlobalWeight(1, 0.5f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 11.5f);
+  EXPECT_FLOAT_EQ(At<float>(track), 11.5f);
   float v = 12.0f;
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 4.0f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 12.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 4.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 12.0f);
   // Relative writes divide by the weight too.
   float step = 1.0f;
   track->SetValue(0, &step, 1, CTRL_RELATIVE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 6.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 6.0f);
 
   // Override at 0.5: a cross-fade; the weight of 2 on an Adjustment overshoots.
   track->SetLayerType(1, kLayerOverride);
   float twenty = 20.0f;
   track->LayerController(1)->SetValue(0, &twenty, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track), 15.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 15.0f);
   v = 16.0f;
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 22.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 22.0f);
   track->SetLayerType(1, kLayerAdjustment);
   track->LayerController(1)->SetValue(0, &three, 1, CTRL_ABSOLUTE);
   track->SetLayerGlobalWeight(1, 2.0f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 16.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 16.0f);
 
   // The local weight multiplies the global one; at 0 nothing can be written.
   track->SetLayerLocalWeight(1, 0.25f);
   EXPECT_FLOAT_EQ(track->GetLayerLocalWeight(1), 0.25f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 11.5f);
+  EXPECT_FLOAT_EQ(At<float>(track), 11.5f);
   track->SetLayerLocalWeight(1, 0.0f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 10.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 10.0f);
   v = 50.0f;
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 3.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 3.0f);
   // An ignored layer is left out, and cannot be written.
   track->SetLayerLocalWeight(1, 1.0f);
   track->SetLayerIgnore(1, true);
-  EXPECT_FLOAT_EQ(FloatAt(track), 10.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 10.0f);
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 3.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 3.0f);
 }
 
 TEST_F(LayerControlTest, ValidityNarrowsByTheLayersAndWeightsRead) {
@@ -374,21 +351,19 @@ TEST_F(LayerControlTest, PositionScaleAndRotationBlendThroughTheirLayers) {
   Point3 d(2, 0, 0);
   pos->LayerController(1)->SetValue(0, &d, 1, CTRL_ABSOLUTE);
   pos->SetLayerGlobalWeight(1, 0.5f);
-  Point3 p = PointAt(pos);
+  Point3 p = At<Point3>(pos);
   EXPECT_NEAR(p.x, 2.0f, 1e-5f);
   EXPECT_NEAR(p.y, 2.0f, 1e-5f);
   EXPECT_NEAR(p.z, 3.0f, 1e-5f);
   Point3 move(1, 1, 0);
   pos->SetValue(0, &move, 1, CTRL_RELATIVE);
-  p = PointAt(pos);
+  p = At<Point3>(pos);
   EXPECT_NEAR(p.x, 3.0f, 1e-5f);
   EXPECT_NEAR(p.y, 3.0f, 1e-5f);
 
   // An Adjustment scale layer multiplies the scale under it.
-  Control* sbase = CreateInterpScale();
-  ScaleValue two(Point3(2, 2, 2));
-  sbase->SetValue(0, &two, 1, CTRL_ABSOLUTE);
-  AnimationLayersControl* scl = Wrap(CTRL_SCALE_CLASS_ID, sbase);
+  AnimationLayersControl* scl =
+      Wrap(CTRL_SCALE_CLASS_ID, Holding(CreateInterpScale(), ScaleValue(Point3(2, 2, 2))));
   ScaleValue s;
   Interval valid = FOREVER;
   ScaleValue one_and_half(Point3(1.5f, 1.5f, 1.5f));
@@ -406,12 +381,12 @@ TEST_F(LayerControlTest, PositionScaleAndRotationBlendThroughTheirLayers) {
   AnimationLayersControl* rot = Wrap(CTRL_ROTATION_CLASS_ID, EulerOf(0, 0, 90 * kDeg));
   rot->SetLayerType(1, kLayerOverride);
   rot->SetLayerGlobalWeight(1, 0.5f);
-  const Quat z0 = QuatAt(rot->LayerController(0));
-  ExpectQuatNear(QuatAt(rot), Quat(AngAxis(Point3(0, 0, 1), 45 * kDeg)));
-  Quat wanted_q(AngAxis(Point3(0, 0, 1), 30 * kDeg));
+  const Quat z0 = At<Quat>(rot->LayerController(0));
+  ExpectQuatNear(At<Quat>(rot), ZTurn(45));
+  Quat wanted_q = ZTurn(60);
   rot->SetValue(0, &wanted_q, 1, CTRL_ABSOLUTE);
-  ExpectQuatNear(QuatAt(rot), wanted_q);
-  ExpectQuatNear(QuatAt(rot->LayerController(0)), z0);
+  ExpectQuatNear(At<Quat>(rot), wanted_q);
+  ExpectQuatNear(At<Quat>(rot->LayerController(0)), z0);
 }
 
 TEST_F(LayerControlTest, EulerBlendingSumsAnglesBeyondAHalfTurn) {
@@ -425,15 +400,121 @@ TEST_F(LayerControlTest, EulerBlendingSumsAnglesBeyondAHalfTurn) {
   Interval valid = FOREVER;
   rot->BlendedEuler(0, valid, 0, 2, e);
   EXPECT_NEAR(e[2], 290 * kDeg, 1e-4f);
-  ExpectQuatNear(QuatAt(rot), Quat(AngAxis(Point3(0, 0, 1), 290 * kDeg)));
+  ExpectQuatNear(At<Quat>(rot), ZTurn(290));
 
-  // A relative turn of 200 degrees stays continuous: the layer ends at 400, not at 40.
-  AngAxis more(Point3(0, 0, 1), 200 * kDeg);
+  // A relative turn of 200 degrees stays continuous: the layer ends at 400, not at 40. (The
+  // host's angle-axis turns the other way round than a positive Euler angle.)
+  AngAxis more(Point3(0, 0, 1), -200 * kDeg);
   rot->SetValue(0, &more, 1, CTRL_RELATIVE);
-  EXPECT_NEAR(std::fabs(FloatAt(z1)), 400 * kDeg, 1e-3f);
+  EXPECT_NEAR(std::fabs(At<float>(z1)), 400 * kDeg, 1e-3f);
   // A non-Euler base reads order 0.
   AnimationLayersControl* tcb = Wrap(CTRL_ROTATION_CLASS_ID, CreateInterpRotation());
   EXPECT_EQ(static_cast<RotationLayers*>(tcb)->BlendOrder(), 0);
+}
+
+TEST_F(LayerControlTest, EvaluationAllocatesNothing) {
+  AnimationLayersControl* tracks[4] = {
+      Wrap(CTRL_FLOAT_CLASS_ID, FloatOf(1.0f)),
+      Wrap(CTRL_POSITION_CLASS_ID, PositionOf(Point3(1, 2, 3))),
+      Wrap(CTRL_ROTATION_CLASS_ID, EulerOf(0.1f, 0.2f, 0.3f)),
+      Wrap(CTRL_SCALE_CLASS_ID, CreateInterpScale()),
+  };
+  tracks[0]->AddAdjustmentLayer("", -1);
+  tracks[0]->AddOverrideLayer("", -1);
+  tracks[0]->SetLayerGlobalWeight(2, 0.5f);
+  auto evaluate = [&] {
+    float f = 0.0f;
+    Point3 p;
+    Quat q;
+    ScaleValue s;
+    Matrix3 m;
+    Interval valid = FOREVER;
+    tracks[0]->GetValue(0, &f, valid, CTRL_ABSOLUTE);
+    tracks[0]->GetValue(0, &f, valid, CTRL_RELATIVE);
+    tracks[1]->GetValue(0, &p, valid, CTRL_ABSOLUTE);
+    tracks[1]->GetValue(0, &m, valid, CTRL_RELATIVE);
+    tracks[2]->GetValue(0, &q, valid, CTRL_ABSOLUTE);
+    tracks[2]->GetValue(0, &m, valid, CTRL_RELATIVE);
+    tracks[3]->GetValue(0, &s, valid, CTRL_ABSOLUTE);
+    tracks[3]->GetValue(0, &m, valid, CTRL_RELATIVE);
+  };
+  for (bool euler : {true, false}) {
+    layers_->SetEulerBlending(euler);
+    evaluate();  // caches of the controllers below fill here
+    AllocationScope scope;
+    evaluate();
+    EXPECT_EQ(scope.Count(), 0u) << (euler ? "Euler" : "quaternion");
+  }
+}
+
+TEST_F(LayerControlTest, CollapseBakesEachKindIntoOneLayerHoldingTheValuesAtTheKeys) {
+  const int tpf = GetCOREInterface()->GetTicksPerFrame();
+  AnimationLayersControl* f = Wrap(CTRL_FLOAT_CLASS_ID, FloatOf(0.0f));
+  AnimationLayersControl* p = Wrap(CTRL_POSITION_CLASS_ID, PositionOf(Point3(1, 2, 3)));
+  AnimationLayersControl* r = Wrap(CTRL_ROTATION_CLASS_ID, EulerOf(0, 0, 30 * kDeg));
+  AnimationLayersControl* s = Wrap(CTRL_SCALE_CLASS_ID, CreateInterpScale());
+  f->AddAdjustmentLayer("", -1);
+  AnimateOn();
+  for (TimeValue t : {0, 10 * tpf}) {
+    const float k = t == 0 ? 1.0f : 3.0f;
+    float fv = 10.0f * k;
+    Point3 pv(k, 0, 0);
+    Quat rv = ZTurn(40 * k);
+    ScaleValue sv(Point3(k, k, k));
+    f->SetValue(t, &fv, 1, CTRL_ABSOLUTE);
+    p->SetValue(t, &pv, 1, CTRL_ABSOLUTE);
+    r->SetValue(t, &rv, 1, CTRL_ABSOLUTE);
+    s->SetValue(t, &sv, 1, CTRL_ABSOLUTE);
+  }
+  AnimateOff();
+  f->SetLayerGlobalWeight(1, 0.5f);
+  struct Sample {
+    float f;
+    Point3 p;
+    Quat r;
+    ScaleValue s;
+  };
+  auto sample = [&](TimeValue t) {
+    Sample out;
+    Interval valid = FOREVER;
+    out.f = At<float>(f, t);
+    out.p = At<Point3>(p, t);
+    out.r = At<Quat>(r, t);
+    s->GetValue(t, &out.s, valid, CTRL_ABSOLUTE);
+    return out;
+  };
+  const Sample before[2] = {sample(0), sample(10 * tpf)};
+
+  f->CollapseLayers();
+  for (AnimationLayersControl* c : {f, p, r, s}) {
+    ASSERT_EQ(c->LayerControllerCount(), 1);
+    EXPECT_EQ(c->GetLayerCount(), 1);
+  }
+  EXPECT_EQ(f->LayerController(0)->ClassID(), Class_ID(0x2007, 0));
+  EXPECT_EQ(f->LayerController(0)->NumKeys(), 2);
+  EXPECT_EQ(s->LayerController(0)->ClassID(), Class_ID(0x2010, 0));
+  EXPECT_EQ(r->LayerController(0)->ClassID(), GetRotationXYZDesc()->ClassID());
+  for (int i = 0; i < 2; ++i) {
+    const Sample after = sample(i * 10 * tpf);
+    EXPECT_NEAR(after.f, before[i].f, 1e-4f) << i;
+    EXPECT_NEAR(after.p.x, before[i].p.x, 1e-4f) << i;
+    EXPECT_NEAR(after.p.y, before[i].p.y, 1e-4f) << i;
+    ExpectQuatNear(after.r, before[i].r);
+    EXPECT_NEAR(after.s.s.x, before[i].s.s.x, 1e-4f) << i;
+    EXPECT_NEAR(after.s.s.z, before[i].s.s.z, 1e-4f) << i;
+  }
+
+  // One step undoes the whole collapse: the layers come back with their values.
+  ASSERT_TRUE(theHold.Undo());
+  for (AnimationLayersControl* c : {f, p, r, s}) {
+    ASSERT_EQ(c->LayerControllerCount(), 2);
+    EXPECT_EQ(c->GetReference(3), weights_);
+  }
+  EXPECT_FLOAT_EQ(At<float>(f, 10 * tpf), before[1].f);
+  EXPECT_FLOAT_EQ(At<float>(f->LayerController(1), 10 * tpf), 30.0f);
+  ASSERT_TRUE(theHold.Redo());
+  EXPECT_EQ(f->LayerControllerCount(), 1);
+  EXPECT_NEAR(At<float>(f, 10 * tpf), before[1].f, 1e-4f);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -452,7 +533,7 @@ TEST_F(LayerControlTest, CloneCopiesTheLayersAndKeepsTheirValues) {
   EXPECT_NE(clone->LayerController(1), track->LayerController(1));
   EXPECT_NE(clone->GetAnimationLayers(), nullptr);
   EXPECT_NE(clone->GetLocalWeights(), nullptr);
-  EXPECT_FLOAT_EQ(FloatAt(clone), 13.0f);
+  EXPECT_FLOAT_EQ(At<float>(clone), 13.0f);
 }
 
 TEST_F(LayerControlTest, ScenesWithLayeredTracksSaveAndLoadByteForByte) {
@@ -488,7 +569,7 @@ TEST_F(LayerControlTest, ScenesWithLayeredTracksSaveAndLoadByteForByte) {
   EXPECT_NE(lpos->GetLocalWeights(), nullptr);
   EXPECT_EQ(lpos->GetReference(3), lpos->GetLocalWeights());
   EXPECT_TRUE(lpos->GetLocked());
-  EXPECT_NEAR(PointAt(lpos).z, 5.0f, 1e-5f);
+  EXPECT_NEAR(At<Point3>(lpos).z, 5.0f, 1e-5f);
   EXPECT_EQ(lpos->GetLayerName(1), "up");
 }
 
@@ -511,10 +592,10 @@ TEST_F(LayerControlTest, TabChangesAndSetLayerControlUndoAndRedo) {
   Control* other = FloatOf(7.0f);
   track->SetLayerControl(1, other);
   EXPECT_EQ(track->GetLayerControl(1), other);
-  EXPECT_FLOAT_EQ(FloatAt(track), 17.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 17.0f);
   theHold.Undo();
   EXPECT_EQ(track->GetLayerControl(1), layer);
-  EXPECT_FLOAT_EQ(FloatAt(track), 10.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 10.0f);
   theHold.Redo();
   EXPECT_EQ(track->GetLayerControl(1), other);
   // A controller of another kind, or an index off the tab, is refused.
@@ -540,7 +621,7 @@ TEST_F(LayerControlTest, TabChangesAndSetLayerControlUndoAndRedo) {
   EXPECT_EQ(track->LayerController(1), other);
   EXPECT_EQ(track->LayerController(2), top);
   EXPECT_EQ(track->GetReference(4), weights_);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 7.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 7.0f);
 }
 
 TEST_F(LayerControlTest, TheInterfaceAnswersAndCallsItsFunctionsByScriptIndex) {

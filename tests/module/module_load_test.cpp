@@ -45,10 +45,6 @@ const std::set<std::string> kPendingClasses = {
     "Dynamics",
     "RootAttrib",
     "UILabel",
-    "FloatLayers",
-    "PositionLayers",
-    "RotationLayers",
-    "ScaleLayers",
     "MarvolithFBXExporter",
     "MarvolithFBXImporter",
 };

@@ -1,0 +1,211 @@
+// Copyright Marvolith contributors.
+// The manager's node gathering, its layer functions through the script dispatcher, and layer
+// sets on rigs whose nodes carry manager modifiers (groups share local weights).
+#include "animation/animation_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "animation/animation_manager_mod.h"
+#include "host/app/host_classes.h"
+#include "host/scene/core_interface.h"
+#include "host/script/fp_dispatch.h"
+#include "host/undo/hold.h"
+#include "layers/layer_control.h"
+#include "layers/layer_sets.h"
+#include "plugin/strings.h"
+#include "tests/support/scene_objects.h"
+
+namespace marvolith {
+namespace {
+
+using namespace animation_manager;
+
+class AnimationManagerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    SetModuleInstance(&instance_);
+    RegisterHostClasses();
+    test::RegisterSceneTestClasses();
+    for (ClassDesc2* cd :
+         {GetAnimationManagerModDesc(), GetAnimationLayersDesc(), GetAnimLayersLocalWeightsDesc(),
+          GetFloatLayersDesc(), GetPositionLayersDesc(), GetRotationLayersDesc(),
+          GetScaleLayersDesc()}) {
+      ClassDirectory::Get().AddClass(cd);
+    }
+    GetCOREInterface()->Reset();
+  }
+  void TearDown() override {
+    GetCOREInterface()->Reset();
+    theHold.Clear();
+    SetModuleInstance(nullptr);
+  }
+
+  /// A node over a helper under parent; with a manager modifier when managed, whose group and
+  /// root are set.
+  static INode* Node(
+      const char* name, INode* parent, bool managed, const char* group = "", bool root = false) {
+    IDerivedObject* dob = CreateDerivedObject(new test::TestHelper);
+    INode* node = GetCOREInterface()->CreateObjectNode(dob, name);
+    if (parent) parent->AttachChild(node, 0);
+    if (managed) {
+      auto* mod = new AnimationManagerMod;
+      dob->AddModifier(mod);
+      IParamBlock2* pb = mod->GetParamBlockByID(kParamsBlock);
+      pb->SetValue(kGroup, 0, group);
+      pb->SetValue(kRoot, 0, root);
+    }
+    return node;
+  }
+
+  static void Select(std::vector<INode*> nodes) {
+    GetCOREInterface()->ClearNodeSelection(false);
+    for (INode* node : nodes) GetCOREInterface()->SelectNode(node, false);
+  }
+
+  static std::vector<std::string> Names(const std::vector<INode*>& nodes) {
+    std::vector<std::string> names;
+    for (INode* node : nodes) names.push_back(node->GetName());
+    return names;
+  }
+
+  static std::vector<std::string> Gathered(DWORD flags) {
+    std::vector<INode*> nodes;
+    GatherNodes(nodes, flags);
+    return Names(nodes);
+  }
+
+  static AnimationLayersControl* Pos(INode* node) {
+    return AsLayeredControl(node->GetTMController()->GetPositionController());
+  }
+
+  static FPValue Call(const char* name,
+                      std::vector<FPValue> args = {},
+                      std::vector<FPKeyArg> keys = {}) {
+    FPInterface* fpi = GetCOREInterface("AnimationManager");
+    EXPECT_NE(fpi, nullptr);
+    const FPResult r = CallFunction(fpi, name, args, keys);
+    EXPECT_EQ(r.status, FPS_OK) << name;
+    return r.value;
+  }
+
+  int instance_ = 0;
+};
+
+// Two rigs: rig1 (root managed) with a managed spine and an unmanaged prop under it, a limb whose
+// top "arm" is a root of its own; rig2 a lone managed node.
+TEST_F(AnimationManagerTest, GatheringFollowsTheRigRootsAndTheFlags) {
+  INode* rig1 = Node("rig1", nullptr, true, "", true);
+  INode* spine = Node("spine", rig1, true);
+  Node("prop", spine, false);
+  INode* arm = Node("arm", spine, true, "", true);
+  INode* hand = Node("hand", arm, true);
+  INode* rig2 = Node("rig2", nullptr, true);
+
+  std::vector<INode*> kept = {rig2};
+  GatherNodes(kept, kGatherWholeRig);  // an empty selection leaves the list as it was
+  EXPECT_EQ(Names(kept), std::vector<std::string>{"rig2"});
+
+  EXPECT_EQ(Gathered(kGatherAllNodes),
+            (std::vector<std::string>{"rig1", "spine", "prop", "arm", "hand", "rig2"}));
+  Select({hand, spine});
+  EXPECT_EQ(Gathered(0), (std::vector<std::string>{"hand", "spine"}));  // the selection order
+  // The whole rig: the walk up stops at the first root; tops once each, managed nodes only.
+  EXPECT_EQ(Gathered(kGatherWholeRig), (std::vector<std::string>{"arm", "hand", "rig1", "spine"}));
+  Select({hand, rig2, hand});
+  EXPECT_EQ(Gathered(kGatherWholeRig), (std::vector<std::string>{"arm", "hand", "rig2"}));
+  // Ctrl: each selected node's limb; an unmanaged selected node takes unmanaged nodes too.
+  INode* prop = GetCOREInterface()->GetINodeByName("prop");
+  Select({prop});
+  EXPECT_EQ(Gathered(kGatherWholeRig | kGatherCtrl),
+            (std::vector<std::string>{"rig1", "spine", "prop", "arm", "hand"}));
+  EXPECT_EQ(Gathered(kGatherWholeRig | kGatherCtrl | kGatherNoLimb),
+            (std::vector<std::string>{"rig1", "spine", "arm", "hand"}));
+}
+
+TEST_F(AnimationManagerTest, GroupsShareLocalWeightsWhateverTheirCase) {
+  INode* a = Node("a", nullptr, true, "Body", true);
+  INode* b = Node("b", nullptr, true, "body", true);
+  INode* c = Node("c", nullptr, true, "Face", true);
+  INode* d = Node("d", nullptr, true);
+  EnableLayers({a, b, c, d}, false);
+
+  AnimLayersLocalWeights* body = Pos(a)->GetLocalWeights();
+  ASSERT_NE(body, nullptr);
+  EXPECT_EQ(Pos(b)->GetLocalWeights(), body);
+  EXPECT_NE(Pos(c)->GetLocalWeights(), body);
+  EXPECT_NE(Pos(d)->GetLocalWeights(), body);
+  EXPECT_NE(Pos(d)->GetLocalWeights(), Pos(c)->GetLocalWeights());
+  AnimationLayers* set = Pos(a)->GetAnimationLayers();
+  for (INode* node : {a, b, c, d}) {
+    SCOPED_TRACE(node->GetName());
+    AnimationManagerMod* mod = FindAnimationManagerMod(node);
+    EXPECT_EQ(mod->GetAnimationLayers(), set);
+    EXPECT_EQ(mod->GetLocalWeights(), Pos(node)->GetLocalWeights());
+    EXPECT_EQ(Pos(node)->GetAnimationLayers(), set);
+  }
+  EXPECT_EQ(GetAnimLayers({a, b}).local_weights, body);
+  EXPECT_EQ(GetAnimLayers({a, c}).local_weights, nullptr);
+
+  DisableLayers({a, b, c, d});
+  for (INode* node : {a, b, c, d}) {
+    AnimationManagerMod* mod = FindAnimationManagerMod(node);
+    EXPECT_EQ(mod->GetAnimationLayers(), nullptr);
+    EXPECT_EQ(mod->GetLocalWeights(), nullptr);
+  }
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_EQ(FindAnimationManagerMod(b)->GetLocalWeights(), body);
+}
+
+TEST_F(AnimationManagerTest, LayerFunctionsActOnTheSelectionsSet) {
+  INode* root = Node("root", nullptr, true, "Body", true);
+  INode* child = Node("child", root, true, "Body");
+  INode* other = Node("other", nullptr, false);
+
+  EXPECT_EQ(Call("GetLayerCount").AsInt(), 0);
+  Call("addAdjustmentLayer", {}, {{"name", FPValue("nowhere")}});  // nothing selected
+  Select({child});
+  Call("EnableLayers");  // the whole rig of the selection
+  ASSERT_NE(Pos(root), nullptr);
+  ASSERT_NE(Pos(child), nullptr);
+  EXPECT_EQ(Pos(other), nullptr);
+  EXPECT_EQ(Call("GetLayerCount").AsInt(), 1);
+
+  Call("addAdjustmentLayer", {}, {{"name", FPValue("fix")}});
+  Call("addOverrideLayer", {}, {{"name", FPValue("pose")}, {"index", FPValue(2)}});
+  AnimationLayers* set = Pos(root)->GetAnimationLayers();
+  ASSERT_EQ(set->GetLayerCount(), 3);
+  EXPECT_EQ(set->GetLayerName(1), "pose");  // script index 2
+  EXPECT_EQ(Call("GetLayerName", {FPValue(3)}).AsString(), "fix");
+  EXPECT_EQ(Call("GetActiveLayer").AsInt(), 2);
+  EXPECT_EQ(Call("GetLayerName", {FPValue(9)}).AsString(), "");
+
+  Call("SetLayerGlobalWeight", {FPValue(3), FPValue(40.0f)});
+  Interval valid = FOREVER;
+  EXPECT_FLOAT_EQ(set->GetWeight(2, 0, valid), 0.4f);
+  Call("SetLayerLocalWeight", {FPValue(3), FPValue(20.0f)});
+  EXPECT_FLOAT_EQ(Pos(child)->GetLocalWeights()->GetWeight(2, 0, valid), 0.2f);
+  EXPECT_NEAR(Call("GetLayerLocalWeight", {FPValue(3)}).AsFloat(), 20.0f, 1e-4f);
+  Call("MoveLayerDown", {FPValue(2)});
+  EXPECT_EQ(set->GetLayerName(2), "pose");
+  Call("RemoveLayer", {FPValue(3)});
+  EXPECT_EQ(set->GetLayerCount(), 2);
+
+  Call("DisableLayers");
+  EXPECT_EQ(Pos(root), nullptr);
+  EXPECT_EQ(Pos(child), nullptr);
+  EXPECT_EQ(Call("GetLayerCount").AsInt(), 0);
+
+  Tab<INode*> nodes;
+  nodes.SetCount(1);
+  nodes[0] = other;
+  Call("EnableLayersOnNodes", {FPValue(nodes)});
+  EXPECT_NE(Pos(other), nullptr);
+  Call("DisableLayersOnNodes", {FPValue(nodes)});
+  EXPECT_EQ(Pos(other), nullptr);
+}
+
+}  // namespace
+}  // namespace marvolith
