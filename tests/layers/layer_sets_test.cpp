@@ -281,6 +281,15 @@ TEST_F(LayerSetsTest, FloatParametersOfCustomAttributesAreWrapped) {
   ASSERT_NE(back, nullptr);
   EXPECT_EQ(Layered(back), nullptr);
   EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
+
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_EQ(pb->GetController(blend), layered);
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_EQ(pb->GetController(blend), nullptr);
+  EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
+  ASSERT_TRUE(theHold.Redo());
+  EXPECT_EQ(pb->GetController(blend), layered);
+  EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
 }
 
 TEST_F(LayerSetsTest, DisablingATrackWithoutBaseLayerLeavesAFreshDefault) {
