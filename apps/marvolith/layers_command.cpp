@@ -219,7 +219,8 @@ void AddAddCommand(CLI::App& layers) {
   cmd->add_option("--name", edit->name, "Layer name (default: Anim Layer NN)");
   cmd->add_option("--type", edit->type, "adjustment (default) or override")
       ->check(CLI::IsMember({"adjustment", "override"}));
-  cmd->add_option("--index", edit->index, "Where the layer goes, 2.. (default: above the active one)");
+  cmd->add_option("--index", edit->index,
+                  "Position of the new layer, 2 or more (default: above the active one)");
   cmd->callback([edit] {
     RequireModule();
     LoadSceneOrRefuse(edit->scene);
