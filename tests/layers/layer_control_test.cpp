@@ -12,19 +12,15 @@
 #include <vector>
 
 #include "controllers/rotation_xyz.h"
-#include "host/app/host_classes.h"
 #include "host/app/scene_file.h"
 #include "host/controllers/control_interfaces.h"
 #include "host/controllers/controller_classes.h"
 #include "host/core/clock.h"
 #include "host/math/affine.h"
-#include "host/registry/class_desc.h"
 #include "host/scene/core_interface.h"
 #include "host/scene/inode.h"
 #include "host/undo/hold.h"
 #include "layers/animation_layers.h"
-#include "plugin/class_table.h"
-#include "plugin/strings.h"
 #include "tests/layers/layers_fixture.h"
 #include "tests/support/alloc_counter.h"
 #include "tests/support/test_objects.h"
@@ -34,41 +30,24 @@ namespace {
 
 constexpr float kDeg = 3.14159265358979f / 180.0f;
 
-float FloatAt(Control* c, TimeValue t = 0) {
-  float v = 0.0f;
+// The absolute value of a controller of value type T at t.
+template <typename T>
+T At(Control* c, TimeValue t = 0) {
+  T v{};
   Interval valid = FOREVER;
   c->GetValue(t, &v, valid, CTRL_ABSOLUTE);
   return v;
 }
 
-Point3 PointAt(Control* c, TimeValue t = 0) {
-  Point3 v;
-  Interval valid = FOREVER;
-  c->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-  return v;
-}
-
-Quat QuatAt(Control* c, TimeValue t = 0) {
-  Quat v;
-  Interval valid = FOREVER;
-  c->GetValue(t, &v, valid, CTRL_ABSOLUTE);
-  return v;
-}
-
-Control* FloatOf(float v) {
+// c holding v at time 0, no undo recorded.
+template <typename T>
+Control* Holding(Control* c, T v) {
   HoldSuspend no_undo;
-  Control* c = CreateInterpFloat();
   c->SetValue(0, &v, 1, CTRL_ABSOLUTE);
   return c;
 }
-
-Control* PositionOf(const Point3& p) {
-  HoldSuspend no_undo;
-  Control* c = CreateInterpPosition();
-  Point3 v = p;
-  c->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  return c;
-}
+Control* FloatOf(float v) { return Holding(CreateInterpFloat(), v); }
+Control* PositionOf(const Point3& p) { return Holding(CreateInterpPosition(), p); }
 
 // A RotationXYZ of the given order holding angles by axis (radians).
 Control* EulerOf(float x, float y, float z, int order = 0) {
@@ -230,7 +209,7 @@ TEST_F(LayerControlTest, KeysGoToTheActiveLayerAndWaitWhileLocked) {
   float v = 5.0f;
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
   EXPECT_EQ(track->NumKeys(), 1);
-  EXPECT_FLOAT_EQ(FloatAt(track), 0.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 0.0f);
 
   lock->SetLocked(false);
   track->SetActiveLayer(0);
@@ -273,27 +252,27 @@ TEST_F(LayerControlTest, AnOverrideLayerStartsAtThePoseOnScreen) {
   pos->AddAdjustmentLayer("", -1);
   Point3 d(4, 0, 0);
   pos->SetValue(0, &d, 1, CTRL_ABSOLUTE);  // the layer holds (3, -2, -3)
-  const Point3 before = PointAt(pos);
+  const Point3 before = At<Point3>(pos);
   EXPECT_NEAR(before.x, 4.0f, 1e-5f);
-  const Quat rot_before = QuatAt(rot);
+  const Quat rot_before = At<Quat>(rot);
 
   pos->AddOverrideLayer("", -1);
-  const Point3 after = PointAt(pos);
+  const Point3 after = At<Point3>(pos);
   EXPECT_NEAR(after.x, before.x, 1e-5f);
   EXPECT_NEAR(after.y, before.y, 1e-5f);
   EXPECT_NEAR(after.z, before.z, 1e-5f);
-  const Point3 seeded = PointAt(pos->LayerController(2));
+  const Point3 seeded = At<Point3>(pos->LayerController(2));
   EXPECT_NEAR(seeded.x, 4.0f, 1e-5f);
   EXPECT_NEAR(seeded.y, 0.0f, 1e-5f);
   EXPECT_NEAR(seeded.z, 0.0f, 1e-5f);
 
   // The rotation is seeded through its angles: the turn beyond a half turn survives.
-  ExpectQuatNear(QuatAt(rot), rot_before);
+  ExpectQuatNear(At<Quat>(rot), rot_before);
   Control* z = rot->LayerController(2)->GetZController();
   ASSERT_NE(z, nullptr);
-  EXPECT_NEAR(FloatAt(z), 200 * kDeg, 1e-4f);
+  EXPECT_NEAR(At<float>(z), 200 * kDeg, 1e-4f);
   // An Adjustment layer starts empty.
-  EXPECT_NEAR(FloatAt(rot->LayerController(1)->GetZController()), 0.0f, 1e-6f);
+  EXPECT_NEAR(At<float>(rot->LayerController(1)->GetZController()), 0.0f, 1e-6f);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -305,44 +284,44 @@ TEST_F(LayerControlTest, FloatBlendsAndWritesLandOnTheActiveLayer) {
   float three = 3.0f;
   track->LayerController(1)->SetValue(0, &three, 1, CTRL_ABSOLUTE);
   track->SetLayerGlobalWeight(1, 0.5f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 11.5f);
+  EXPECT_FLOAT_EQ(At<float>(track), 11.5f);
   float v = 12.0f;
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 4.0f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 12.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 4.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 12.0f);
   // Relative writes divide by the weight too.
   float step = 1.0f;
   track->SetValue(0, &step, 1, CTRL_RELATIVE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 6.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 6.0f);
 
   // Override at 0.5: a cross-fade; the weight of 2 on an Adjustment overshoots.
   track->SetLayerType(1, kLayerOverride);
   float twenty = 20.0f;
   track->LayerController(1)->SetValue(0, &twenty, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track), 15.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 15.0f);
   v = 16.0f;
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 22.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 22.0f);
   track->SetLayerType(1, kLayerAdjustment);
   track->LayerController(1)->SetValue(0, &three, 1, CTRL_ABSOLUTE);
   track->SetLayerGlobalWeight(1, 2.0f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 16.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 16.0f);
 
   // The local weight multiplies the global one; at 0 nothing can be written.
   track->SetLayerLocalWeight(1, 0.25f);
   EXPECT_FLOAT_EQ(track->GetLayerLocalWeight(1), 0.25f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 11.5f);
+  EXPECT_FLOAT_EQ(At<float>(track), 11.5f);
   track->SetLayerLocalWeight(1, 0.0f);
-  EXPECT_FLOAT_EQ(FloatAt(track), 10.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 10.0f);
   v = 50.0f;
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 3.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 3.0f);
   // An ignored layer is left out, and cannot be written.
   track->SetLayerLocalWeight(1, 1.0f);
   track->SetLayerIgnore(1, true);
-  EXPECT_FLOAT_EQ(FloatAt(track), 10.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 10.0f);
   track->SetValue(0, &v, 1, CTRL_ABSOLUTE);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 3.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 3.0f);
 }
 
 TEST_F(LayerControlTest, ValidityNarrowsByTheLayersAndWeightsRead) {
@@ -372,21 +351,19 @@ TEST_F(LayerControlTest, PositionScaleAndRotationBlendThroughTheirLayers) {
   Point3 d(2, 0, 0);
   pos->LayerController(1)->SetValue(0, &d, 1, CTRL_ABSOLUTE);
   pos->SetLayerGlobalWeight(1, 0.5f);
-  Point3 p = PointAt(pos);
+  Point3 p = At<Point3>(pos);
   EXPECT_NEAR(p.x, 2.0f, 1e-5f);
   EXPECT_NEAR(p.y, 2.0f, 1e-5f);
   EXPECT_NEAR(p.z, 3.0f, 1e-5f);
   Point3 move(1, 1, 0);
   pos->SetValue(0, &move, 1, CTRL_RELATIVE);
-  p = PointAt(pos);
+  p = At<Point3>(pos);
   EXPECT_NEAR(p.x, 3.0f, 1e-5f);
   EXPECT_NEAR(p.y, 3.0f, 1e-5f);
 
   // An Adjustment scale layer multiplies the scale under it.
-  Control* sbase = CreateInterpScale();
-  ScaleValue two(Point3(2, 2, 2));
-  sbase->SetValue(0, &two, 1, CTRL_ABSOLUTE);
-  AnimationLayersControl* scl = Wrap(CTRL_SCALE_CLASS_ID, sbase);
+  AnimationLayersControl* scl =
+      Wrap(CTRL_SCALE_CLASS_ID, Holding(CreateInterpScale(), ScaleValue(Point3(2, 2, 2))));
   ScaleValue s;
   Interval valid = FOREVER;
   ScaleValue one_and_half(Point3(1.5f, 1.5f, 1.5f));
@@ -404,12 +381,12 @@ TEST_F(LayerControlTest, PositionScaleAndRotationBlendThroughTheirLayers) {
   AnimationLayersControl* rot = Wrap(CTRL_ROTATION_CLASS_ID, EulerOf(0, 0, 90 * kDeg));
   rot->SetLayerType(1, kLayerOverride);
   rot->SetLayerGlobalWeight(1, 0.5f);
-  const Quat z0 = QuatAt(rot->LayerController(0));
-  ExpectQuatNear(QuatAt(rot), ZTurn(45));
+  const Quat z0 = At<Quat>(rot->LayerController(0));
+  ExpectQuatNear(At<Quat>(rot), ZTurn(45));
   Quat wanted_q = ZTurn(60);
   rot->SetValue(0, &wanted_q, 1, CTRL_ABSOLUTE);
-  ExpectQuatNear(QuatAt(rot), wanted_q);
-  ExpectQuatNear(QuatAt(rot->LayerController(0)), z0);
+  ExpectQuatNear(At<Quat>(rot), wanted_q);
+  ExpectQuatNear(At<Quat>(rot->LayerController(0)), z0);
 }
 
 TEST_F(LayerControlTest, EulerBlendingSumsAnglesBeyondAHalfTurn) {
@@ -423,13 +400,13 @@ TEST_F(LayerControlTest, EulerBlendingSumsAnglesBeyondAHalfTurn) {
   Interval valid = FOREVER;
   rot->BlendedEuler(0, valid, 0, 2, e);
   EXPECT_NEAR(e[2], 290 * kDeg, 1e-4f);
-  ExpectQuatNear(QuatAt(rot), ZTurn(290));
+  ExpectQuatNear(At<Quat>(rot), ZTurn(290));
 
   // A relative turn of 200 degrees stays continuous: the layer ends at 400, not at 40. (The
   // host's angle-axis turns the other way round than a positive Euler angle.)
   AngAxis more(Point3(0, 0, 1), -200 * kDeg);
   rot->SetValue(0, &more, 1, CTRL_RELATIVE);
-  EXPECT_NEAR(std::fabs(FloatAt(z1)), 400 * kDeg, 1e-3f);
+  EXPECT_NEAR(std::fabs(At<float>(z1)), 400 * kDeg, 1e-3f);
   // A non-Euler base reads order 0.
   AnimationLayersControl* tcb = Wrap(CTRL_ROTATION_CLASS_ID, CreateInterpRotation());
   EXPECT_EQ(static_cast<RotationLayers*>(tcb)->BlendOrder(), 0);
@@ -500,9 +477,9 @@ TEST_F(LayerControlTest, CollapseBakesEachKindIntoOneLayerHoldingTheValuesAtTheK
   auto sample = [&](TimeValue t) {
     Sample out;
     Interval valid = FOREVER;
-    out.f = FloatAt(f, t);
-    out.p = PointAt(p, t);
-    out.r = QuatAt(r, t);
+    out.f = At<float>(f, t);
+    out.p = At<Point3>(p, t);
+    out.r = At<Quat>(r, t);
     s->GetValue(t, &out.s, valid, CTRL_ABSOLUTE);
     return out;
   };
@@ -533,11 +510,11 @@ TEST_F(LayerControlTest, CollapseBakesEachKindIntoOneLayerHoldingTheValuesAtTheK
     ASSERT_EQ(c->LayerControllerCount(), 2);
     EXPECT_EQ(c->GetReference(3), weights_);
   }
-  EXPECT_FLOAT_EQ(FloatAt(f, 10 * tpf), before[1].f);
-  EXPECT_FLOAT_EQ(FloatAt(f->LayerController(1), 10 * tpf), 30.0f);
+  EXPECT_FLOAT_EQ(At<float>(f, 10 * tpf), before[1].f);
+  EXPECT_FLOAT_EQ(At<float>(f->LayerController(1), 10 * tpf), 30.0f);
   ASSERT_TRUE(theHold.Redo());
   EXPECT_EQ(f->LayerControllerCount(), 1);
-  EXPECT_NEAR(FloatAt(f, 10 * tpf), before[1].f, 1e-4f);
+  EXPECT_NEAR(At<float>(f, 10 * tpf), before[1].f, 1e-4f);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -556,7 +533,7 @@ TEST_F(LayerControlTest, CloneCopiesTheLayersAndKeepsTheirValues) {
   EXPECT_NE(clone->LayerController(1), track->LayerController(1));
   EXPECT_NE(clone->GetAnimationLayers(), nullptr);
   EXPECT_NE(clone->GetLocalWeights(), nullptr);
-  EXPECT_FLOAT_EQ(FloatAt(clone), 13.0f);
+  EXPECT_FLOAT_EQ(At<float>(clone), 13.0f);
 }
 
 TEST_F(LayerControlTest, ScenesWithLayeredTracksSaveAndLoadByteForByte) {
@@ -592,7 +569,7 @@ TEST_F(LayerControlTest, ScenesWithLayeredTracksSaveAndLoadByteForByte) {
   EXPECT_NE(lpos->GetLocalWeights(), nullptr);
   EXPECT_EQ(lpos->GetReference(3), lpos->GetLocalWeights());
   EXPECT_TRUE(lpos->GetLocked());
-  EXPECT_NEAR(PointAt(lpos).z, 5.0f, 1e-5f);
+  EXPECT_NEAR(At<Point3>(lpos).z, 5.0f, 1e-5f);
   EXPECT_EQ(lpos->GetLayerName(1), "up");
 }
 
@@ -615,10 +592,10 @@ TEST_F(LayerControlTest, TabChangesAndSetLayerControlUndoAndRedo) {
   Control* other = FloatOf(7.0f);
   track->SetLayerControl(1, other);
   EXPECT_EQ(track->GetLayerControl(1), other);
-  EXPECT_FLOAT_EQ(FloatAt(track), 17.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 17.0f);
   theHold.Undo();
   EXPECT_EQ(track->GetLayerControl(1), layer);
-  EXPECT_FLOAT_EQ(FloatAt(track), 10.0f);
+  EXPECT_FLOAT_EQ(At<float>(track), 10.0f);
   theHold.Redo();
   EXPECT_EQ(track->GetLayerControl(1), other);
   // A controller of another kind, or an index off the tab, is refused.
@@ -644,7 +621,7 @@ TEST_F(LayerControlTest, TabChangesAndSetLayerControlUndoAndRedo) {
   EXPECT_EQ(track->LayerController(1), other);
   EXPECT_EQ(track->LayerController(2), top);
   EXPECT_EQ(track->GetReference(4), weights_);
-  EXPECT_FLOAT_EQ(FloatAt(track->LayerController(1)), 7.0f);
+  EXPECT_FLOAT_EQ(At<float>(track->LayerController(1)), 7.0f);
 }
 
 TEST_F(LayerControlTest, TheInterfaceAnswersAndCallsItsFunctionsByScriptIndex) {
