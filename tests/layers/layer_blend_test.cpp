@@ -7,6 +7,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 #include <vector>
 
 #include "host/math/affine.h"
@@ -28,7 +29,6 @@ struct TestLayer {
   Point3 p;
   Quat q;
   ScaleValue s;
-  float e[3] = {0.0f, 0.0f, 0.0f};
 };
 
 // A `Layers` source over plain values. Matrices are applied as the host's controllers apply
@@ -50,7 +50,7 @@ struct TestStack {
     if (kind == Kind::Scale) ApplyScaling(m, layers[i].s);
   }
   void ReadEuler(int i, float e[3]) const {
-    for (int a = 0; a < 3; ++a) e[a] = layers[i].e[a];
+    for (int a = 0; a < 3; ++a) e[a] = layers[i].p[a];
   }
   int Count() const { return static_cast<int>(layers.size()); }
 
@@ -68,41 +68,22 @@ struct TestStack {
   }
 };
 
-TestLayer FloatLayer(int type, float w, float value) {
+// A layer of the given type and weight whose controller holds `value` (an Euler layer holds its
+// angles by axis as a Point3).
+template <class T>
+TestLayer Layer(int type, float w, const T& value) {
   TestLayer l;
   l.type = type;
   l.weight = w;
-  l.f = value;
-  return l;
-}
-TestLayer PositionLayer(int type, float w, Point3 value) {
-  TestLayer l;
-  l.type = type;
-  l.weight = w;
-  l.p = value;
-  return l;
-}
-TestLayer RotationLayer(int type, float w, Quat value) {
-  TestLayer l;
-  l.type = type;
-  l.weight = w;
-  l.q = value;
-  return l;
-}
-TestLayer ScaleLayer(int type, float w, ScaleValue value) {
-  TestLayer l;
-  l.type = type;
-  l.weight = w;
-  l.s = value;
-  return l;
-}
-TestLayer EulerLayer(int type, float w, float x, float y, float z) {
-  TestLayer l;
-  l.type = type;
-  l.weight = w;
-  l.e[0] = x;
-  l.e[1] = y;
-  l.e[2] = z;
+  if constexpr (std::is_same_v<T, float>) {
+    l.f = value;
+  } else if constexpr (std::is_same_v<T, Point3>) {
+    l.p = value;
+  } else if constexpr (std::is_same_v<T, Quat>) {
+    l.q = value;
+  } else {
+    l.s = value;
+  }
   return l;
 }
 
@@ -126,13 +107,11 @@ void ExpectSameRotation(const Quat& a, const Quat& b, float eps = 1e-5f) {
 // --- Floats -------------------------------------------------------------------------------------
 
 TEST(FloatLayerBlend, OverrideCrossFadesAndAdjustmentAddsItsWeightedShare) {
-  const TestStack adjust{
-      Kind::Float,
-      {FloatLayer(kLayerOverride, 1.0f, 10.0f), FloatLayer(kLayerAdjustment, 0.5f, 3.0f)}};
+  const TestStack adjust{Kind::Float,
+                         {Layer(kLayerOverride, 1.0f, 10.0f), Layer(kLayerAdjustment, 0.5f, 3.0f)}};
   EXPECT_FLOAT_EQ(adjust.Float(), 11.5f);
-  const TestStack fade{
-      Kind::Float,
-      {FloatLayer(kLayerOverride, 1.0f, 10.0f), FloatLayer(kLayerOverride, 0.5f, 20.0f)}};
+  const TestStack fade{Kind::Float,
+                       {Layer(kLayerOverride, 1.0f, 10.0f), Layer(kLayerOverride, 0.5f, 20.0f)}};
   EXPECT_FLOAT_EQ(fade.Float(), 15.0f);
 
   // Weights are not clamped: 2 overshoots, a negative weight reverses.
@@ -147,10 +126,9 @@ TEST(FloatLayerBlend, OverrideCrossFadesAndAdjustmentAddsItsWeightedShare) {
 
   // An Override restarts from the initial value, not from the Adjustment under it:
   // 13 fades towards 20 by half.
-  const TestStack restart{
-      Kind::Float,
-      {FloatLayer(kLayerOverride, 1.0f, 10.0f), FloatLayer(kLayerAdjustment, 1.0f, 3.0f),
-       FloatLayer(kLayerOverride, 0.5f, 20.0f)}};
+  const TestStack restart{Kind::Float,
+                          {Layer(kLayerOverride, 1.0f, 10.0f), Layer(kLayerAdjustment, 1.0f, 3.0f),
+                           Layer(kLayerOverride, 0.5f, 20.0f)}};
   EXPECT_FLOAT_EQ(restart.Float(), 16.5f);
   // Relative reads start from the incoming value, the Override included.
   EXPECT_FLOAT_EQ(restart.Float(100.0f), 100.0f + 16.5f);
@@ -158,7 +136,7 @@ TEST(FloatLayerBlend, OverrideCrossFadesAndAdjustmentAddsItsWeightedShare) {
 
 TEST(FloatLayerBlend, BaseWeightAndRangeDecideWhatStartsTheBlend) {
   TestStack s{Kind::Float,
-              {FloatLayer(kLayerOverride, 0.0f, 10.0f), FloatLayer(kLayerAdjustment, 1.0f, 3.0f)}};
+              {Layer(kLayerOverride, 0.0f, 10.0f), Layer(kLayerAdjustment, 1.0f, 3.0f)}};
   // Layer 0 at weight 0 leaves the initial value for the layers above.
   EXPECT_FLOAT_EQ(s.Float(), 3.0f);
   EXPECT_FLOAT_EQ(s.Float(7.0f), 10.0f);
@@ -176,7 +154,7 @@ TEST(FloatLayerSolve, WritingThroughTheActiveLayerUndoesItsShare) {
   // Base 10 under an Override at 0.5: 16 needs (16 - 0.5 * 10) / 0.5 = 22.
   EXPECT_FLOAT_EQ(SolveFloatLayer(16.0f, 10.0f, 0.5f, kLayerOverride), 22.0f);
   TestStack s{Kind::Float,
-              {FloatLayer(kLayerOverride, 1.0f, 10.0f), FloatLayer(kLayerOverride, 0.5f, 22.0f)}};
+              {Layer(kLayerOverride, 1.0f, 10.0f), Layer(kLayerOverride, 0.5f, 22.0f)}};
   EXPECT_FLOAT_EQ(s.Float(), 16.0f);
   // Weight 0 cannot be written: the wanted value comes back instead of infinities.
   EXPECT_FLOAT_EQ(SolveFloatLayer(12.0f, 10.0f, 0.0f, kLayerOverride), 12.0f);
@@ -184,11 +162,11 @@ TEST(FloatLayerSolve, WritingThroughTheActiveLayerUndoesItsShare) {
 
 // --- Positions ----------------------------------------------------------------------------------
 
-TEST(PositionLayerBlend, ComponentwiseFadesAndAdds) {
+TEST(PositionLayerBlend, FadesAndAddsComponentwiseInTheIncomingFrame) {
   const TestStack s{Kind::Position,
-                    {PositionLayer(kLayerOverride, 1.0f, {1, 2, 3}),
-                     PositionLayer(kLayerAdjustment, 0.5f, {10, 0, 0}),
-                     PositionLayer(kLayerOverride, 0.25f, {0, 0, 4})}};
+                    {Layer(kLayerOverride, 1.0f, Point3(1, 2, 3)),
+                     Layer(kLayerAdjustment, 0.5f, Point3(10, 0, 0)),
+                     Layer(kLayerOverride, 0.25f, Point3(0, 0, 4))}};
   // (1,2,3) + 0.5 (10,0,0) = (6,2,3); then a quarter of the way to (0,0,4).
   ExpectNear(s.Position(), {4.5f, 1.5f, 3.25f});
   TestStack neg = s;
@@ -197,31 +175,28 @@ TEST(PositionLayerBlend, ComponentwiseFadesAndAdds) {
   ExpectNear(neg.Position(), {-19.0f, 2.0f, 3.0f});
   neg.layers[0].weight = 0.0f;
   ExpectNear(neg.Position(), {-20.0f, 0.0f, 0.0f});
-}
 
-TEST(PositionLayerBlend, RelativeReadMovesInTheIncomingFrameAndKeepsItsRotation) {
+  // A relative read moves in the incoming frame and keeps its rotation.
   Matrix3 m0 = RotateZMatrix(90.0f * kDeg);
   m0.SetTrans({5, 0, 0});
-  const TestStack s{Kind::Position, {PositionLayer(kLayerOverride, 0.5f, {1, 0, 0})}};
-  const Matrix3 m = BlendPositionLayers(m0, 0, 1, s);
+  const TestStack half{Kind::Position, {Layer(kLayerOverride, 0.5f, Point3(1, 0, 0))}};
   // The layer's +X is the incoming frame's +Y; half of it is blended in.
   Matrix3 want = m0;
   want.SetTrans({5, 0.5f, 0});
-  ExpectNear(m, want);
+  ExpectNear(BlendPositionLayers(m0, 0, 1, half), want);
 }
 
 // --- Rotations ----------------------------------------------------------------------------------
 
 TEST(RotationLayerBlend, SlerpsOverridesAndStacksAdjustments) {
   TestStack s{Kind::Rotation,
-              {RotationLayer(kLayerOverride, 1.0f, RotZ(90)),
-               RotationLayer(kLayerAdjustment, 0.5f, RotZ(90))}};
+              {Layer(kLayerOverride, 1.0f, RotZ(90)), Layer(kLayerAdjustment, 0.5f, RotZ(90))}};
   ExpectSameRotation(s.Rotation(), RotZ(135));
   s.layers[1].weight = 2.0f;
   ExpectSameRotation(s.Rotation(), RotZ(270));
   s.layers[1].weight = -1.0f;
   ExpectSameRotation(s.Rotation(), RotZ(0));
-  s.layers[1] = RotationLayer(kLayerOverride, 0.5f, Quat());
+  s.layers[1] = Layer(kLayerOverride, 0.5f, Quat());
   ExpectSameRotation(s.Rotation(), RotZ(45));
   s.layers[0].weight = 0.0f;
   ExpectSameRotation(s.Rotation(), Quat());
@@ -230,7 +205,7 @@ TEST(RotationLayerBlend, SlerpsOverridesAndStacksAdjustments) {
 TEST(RotationLayerBlend, RelativeReadKeepsTranslationStretchAndMirror) {
   Matrix3 m0 = ScaleMatrix({2, 2, 2});
   m0.SetTrans({1, 2, 3});
-  const TestStack s{Kind::Rotation, {RotationLayer(kLayerOverride, 0.5f, RotZ(90))}};
+  const TestStack s{Kind::Rotation, {Layer(kLayerOverride, 0.5f, RotZ(90))}};
   Quat q;
   Matrix3 want = ScaleMatrix({2, 2, 2}) * RotateZMatrix(45 * kDeg);
   want.SetTrans({1, 2, 3});
@@ -260,32 +235,29 @@ TEST(RotationLayerBlend, RelativeReadKeepsTranslationStretchAndMirror) {
 
 TEST(ScaleLayerBlend, LerpsStretchAndMultipliesAdjustments) {
   TestStack s{Kind::Scale,
-              {ScaleLayer(kLayerOverride, 1.0f, Point3(2, 2, 2)),
-               ScaleLayer(kLayerAdjustment, 0.5f, Point3(3, 1, 1))}};
+              {Layer(kLayerOverride, 1.0f, ScaleValue(Point3(2, 2, 2))),
+               Layer(kLayerAdjustment, 0.5f, ScaleValue(Point3(3, 1, 1)))}};
   // The Adjustment makes (6,2,2) of the base's (2,2,2); half way is (4,2,2).
   ExpectNear(s.Scale().s, {4, 2, 2});
-  s.layers.push_back(ScaleLayer(kLayerOverride, 0.5f, Point3(1, 1, 1)));
+  s.layers.push_back(Layer(kLayerOverride, 0.5f, ScaleValue(Point3(1, 1, 1))));
   ExpectNear(s.Scale().s, {2.5f, 1.5f, 1.5f});
   s.layers[0].weight = 0.0f;
   s.layers.resize(1);
   ExpectNear(s.Scale().s, {1, 1, 1});
 
   // The stretch rotation slerps: half of a 60 degree stretch axis turn.
-  const TestStack axis{Kind::Scale,
-                       {ScaleLayer(kLayerOverride, 0.5f, ScaleValue({1, 1, 3}, RotZ(60)))}};
+  const TestStack axis{Kind::Scale, {Layer(kLayerOverride, 0.5f, ScaleValue({1, 1, 3}, RotZ(60)))}};
   const ScaleValue v = axis.Scale();
   ExpectNear(v.s, {1, 1, 2});
   ExpectNear(MatrixFromScaleValue(v), MatrixFromScaleValue(ScaleValue({1, 1, 2}, RotZ(30))));
-}
 
-TEST(ScaleLayerBlend, RelativeReadScalesBeforeTheIncomingRotation) {
+  // A relative read scales before the incoming rotation.
   Matrix3 m0 = RotateZMatrix(90 * kDeg);
   m0.SetTrans({1, 2, 3});
-  const TestStack s{Kind::Scale, {ScaleLayer(kLayerOverride, 1.0f, Point3(2, 3, 4))}};
-  ScaleValue v;
-  Matrix3 want = ScaleMatrix({2, 3, 4}) * m0;
-  ExpectNear(BlendScaleLayers(m0, v, 0, 1, s), want);
-  ExpectNear(v.s, {2, 3, 4});
+  const TestStack one{Kind::Scale, {Layer(kLayerOverride, 1.0f, ScaleValue(Point3(2, 3, 4)))}};
+  ScaleValue rel;
+  ExpectNear(BlendScaleLayers(m0, rel, 0, 1, one), ScaleMatrix({2, 3, 4}) * m0);
+  ExpectNear(rel.s, {2, 3, 4});
 }
 
 // --- Euler --------------------------------------------------------------------------------------
@@ -293,20 +265,20 @@ TEST(ScaleLayerBlend, RelativeReadScalesBeforeTheIncomingRotation) {
 TEST(EulerLayerBlend, SumsAnglesAndKeepsWholeTurns) {
   float acc[3] = {9, 9, 9};
   TestStack s{Kind::Euler,
-              {EulerLayer(kLayerOverride, 1.0f, 0.1f, 0.2f, 0.3f),
-               EulerLayer(kLayerAdjustment, 2.0f, 1.0f, 0.0f, 0.0f)}};
+              {Layer(kLayerOverride, 1.0f, Point3(0.1f, 0.2f, 0.3f)),
+               Layer(kLayerAdjustment, 2.0f, Point3(1.0f, 0.0f, 0.0f))}};
   BlendEulerLayers(acc, 0, 2, s);
   EXPECT_FLOAT_EQ(acc[0], 2.1f);
   EXPECT_FLOAT_EQ(acc[1], 0.2f);
   EXPECT_FLOAT_EQ(acc[2], 0.3f);
-  s.layers.push_back(EulerLayer(kLayerOverride, 0.5f, 0.0f, 0.0f, 0.0f));
+  s.layers.push_back(Layer(kLayerOverride, 0.5f, Point3(0.0f, 0.0f, 0.0f)));
   BlendEulerLayers(acc, 0, 3, s);
   EXPECT_FLOAT_EQ(acc[0], 1.05f);
   EXPECT_FLOAT_EQ(acc[2], 0.15f);
   // Two turns of 4 radians stay 8 radians, beyond a whole turn.
   s = TestStack{
       Kind::Euler,
-      {EulerLayer(kLayerOverride, 1.0f, 4, 0, 0), EulerLayer(kLayerAdjustment, 1, 4, 0, 0)}};
+      {Layer(kLayerOverride, 1.0f, Point3(4, 0, 0)), Layer(kLayerAdjustment, 1, Point3(4, 0, 0))}};
   BlendEulerLayers(acc, 0, 2, s);
   EXPECT_FLOAT_EQ(acc[0], 8.0f);
   // Nothing blended: zero whatever the incoming angles.
@@ -381,19 +353,18 @@ Point3 AnyStretch() {
           *rc::gen::inRange(29, 40) * 0.1f};
 }
 
-RC_GTEST_PROP(LayerSolveLaws, FloatAndPositionLandOnTheWantedValue, ()) {
+RC_GTEST_PROP(LayerSolveLaws, FloatPositionAndEulerLandOnTheWantedValue, ()) {
   const int type = AnyType();
   const float w = AnyWeight();
   const float below = *rc::gen::inRange(-1000, 1000) * 0.1f;
   const float v = *rc::gen::inRange(-1000, 1000) * 0.1f;
-  TestStack s{Kind::Float, {FloatLayer(kLayerOverride, 1.0f, below), FloatLayer(type, w, 0.0f)}};
+  TestStack s{Kind::Float, {Layer(kLayerOverride, 1.0f, below), Layer(type, w, 0.0f)}};
   s.layers[1].f = SolveFloatLayer(v, below, w, type);
   RC_ASSERT(std::fabs(s.Float() - v) <= 1e-3f);
 
   const Point3 below_p(below, -below, 0.5f * v);
   const Point3 v_p(v, 2.0f, -below);
-  TestStack p{Kind::Position,
-              {PositionLayer(kLayerOverride, 1.0f, below_p), PositionLayer(type, w, {})}};
+  TestStack p{Kind::Position, {Layer(kLayerOverride, 1.0f, below_p), Layer(type, w, Point3())}};
   p.layers[1].p = SolvePositionLayer(v_p, below_p, w, type);
   RC_ASSERT(Length(p.Position() - v_p) <= 1e-3f);
 }
@@ -403,10 +374,9 @@ RC_GTEST_PROP(LayerSolveLaws, RotationLandsOnTheWantedValue, ()) {
   const float w = AnyWeight();
   const Quat below = AnyRotation(170.0f);
   // The wanted value is one the layer can reach: a layer turned less than a half turn away.
-  TestStack s{
-      Kind::Rotation,
-      {RotationLayer(kLayerOverride, 1.0f, below),
-       RotationLayer(type, w, AnyRotation(150.0f) * (type == kLayerOverride ? below : Quat()))}};
+  TestStack s{Kind::Rotation,
+              {Layer(kLayerOverride, 1.0f, below),
+               Layer(type, w, AnyRotation(150.0f) * (type == kLayerOverride ? below : Quat()))}};
   const Quat v = s.Rotation();
   s.layers[1].q = SolveRotationLayer(v, below, w, type);
   RC_ASSERT(s.Rotation().EqualsRotation(v, 1e-3f));
@@ -421,7 +391,7 @@ RC_GTEST_PROP(LayerSolveLaws, ScaleLandsOnTheWantedValue, ()) {
   const bool turned = type == kLayerOverride;
   const ScaleValue below(AnyStretch(), turned ? AnyRotation(10.0f) : Quat());
   const ScaleValue layer(AnyStretch(), turned ? AnyRotation(10.0f) : Quat());
-  TestStack s{Kind::Scale, {ScaleLayer(kLayerOverride, 1.0f, below), ScaleLayer(type, w, layer)}};
+  TestStack s{Kind::Scale, {Layer(kLayerOverride, 1.0f, below), Layer(type, w, layer)}};
   const ScaleValue v = s.Scale();
   RC_PRE(v.s.x > 0.05f && v.s.y > 0.05f && v.s.z > 0.05f);
   ScaleValue solved;
@@ -430,20 +400,6 @@ RC_GTEST_PROP(LayerSolveLaws, ScaleLandsOnTheWantedValue, ()) {
   const Matrix3 got = MatrixFromScaleValue(s.Scale());
   const Matrix3 want = MatrixFromScaleValue(v);
   for (int r = 0; r < 3; ++r) RC_ASSERT(Length(got.GetRow(r) - want.GetRow(r)) <= 2e-3f);
-}
-
-RC_GTEST_PROP(LayerSolveLaws, EulerLandsOnTheWantedAngles, ()) {
-  const int type = AnyType();
-  const float w = AnyWeight();
-  TestStack s{Kind::Euler,
-              {EulerLayer(kLayerOverride, 1.0f, 0.3f, -1.0f, 2.5f), EulerLayer(type, w, 0, 0, 0)}};
-  float below[3];
-  BlendEulerLayers(below, 0, 1, s);
-  const float v[3] = {*rc::gen::inRange(-700, 700) * 0.01f, 0.25f, -4.0f};
-  SolveEulerLayer(v, below, w, type, s.layers[1].e);
-  float got[3];
-  BlendEulerLayers(got, 0, 2, s);
-  for (int a = 0; a < 3; ++a) RC_ASSERT(std::fabs(got[a] - v[a]) <= 1e-4f);
 }
 
 // The steps read rigid and row-scaled matrices without a polar decomposition; they must agree with
