@@ -285,9 +285,11 @@ void EnableLayers(const std::vector<INode*>& nodes, bool keep_existing_sets) {
   if (keep_existing_sets && found.multiple) shared = nullptr;
   // Objects made here are new: only their placing into the scene's slots is recorded, so that
   // redo puts back the very objects that undo took out, whole.
-  auto new_set = [] {
+  AnimationLayers* made = nullptr;
+  auto new_set = [&made] {
     HoldSuspend new_object;
-    return new AnimationLayers();
+    made = new AnimationLayers();
+    return made;
   };
   if (!shared && !(keep_existing_sets && found.multiple)) shared = new_set();
 
@@ -303,8 +305,9 @@ void EnableLayers(const std::vector<INode*>& nodes, bool keep_existing_sets) {
   for (INode* node : nodes) {
     if (!node) continue;
     ReferenceTarget* mod = FindManagerMod(node);
+    // The node's own set is that of its first layered transform track, else attribute track.
+    AnimationLayersControl* first = FirstLayered(NodeTracks(node, false));
     std::vector<TrackSlot> tracks = NodeTracks(node, true);
-    AnimationLayersControl* first = FirstLayered(tracks);
     AnimationLayers* node_set = first ? first->GetAnimationLayers() : nullptr;
     AnimLayersLocalWeights* node_weights = first ? first->GetLocalWeights() : nullptr;
 
@@ -359,6 +362,11 @@ void EnableLayers(const std::vector<INode*>& nodes, bool keep_existing_sets) {
     }
   }
 
+  // A stack made for nodes that turned out to have no track is nobody's.
+  if (made) {
+    HoldSuspend new_object;
+    made->MaybeAutoDelete();
+  }
   UpdateLayersUI(true);
   theHold.Put(new AnimationLayersUIRestore(false, true));
   theHold.Accept(kLayersHoldName);

@@ -86,6 +86,12 @@ std::vector<LayerSet> SceneSets() {
   return sets;
 }
 
+std::string NodeNames(const std::vector<INode*>& nodes) {
+  std::string text;
+  for (INode* node : nodes) text += (text.empty() ? "" : ", ") + std::string(node->GetName());
+  return text;
+}
+
 void Select(const std::vector<INode*>& nodes) {
   Interface* ip = GetCOREInterface();
   ip->ClearNodeSelection(false);
@@ -106,6 +112,16 @@ std::vector<INode*> NodesOrRefuse(const std::string& scene, const std::string& l
   return nodes;
 }
 
+// The manager acts on the last set it meets among the selected nodes: nodes on different sets
+// would change only some of them.
+void OneSetOrRefuse(const std::vector<INode*>& nodes) {
+  for (INode* node : nodes) {
+    if (SetOfNode(node) != SetOfNode(nodes.front())) {
+      Refuse("the nodes " + NodeNames(nodes) + " are on different layer sets");
+    }
+  }
+}
+
 // The nodes a command acts on: those named (which must be on a set), else the scene's only set.
 std::vector<INode*> TargetOrRefuse(const std::string& scene, const std::string& node_list) {
   if (!node_list.empty()) {
@@ -113,6 +129,7 @@ std::vector<INode*> TargetOrRefuse(const std::string& scene, const std::string& 
     for (INode* node : nodes) {
       if (!SetOfNode(node)) Refuse(std::string("the node '") + node->GetName() + "' has no layers");
     }
+    OneSetOrRefuse(nodes);
     return nodes;
   }
   const std::vector<LayerSet> sets = SceneSets();
@@ -124,9 +141,10 @@ std::vector<INode*> TargetOrRefuse(const std::string& scene, const std::string& 
   return sets.front().nodes;
 }
 
-void CheckLayerOrRefuse(int layer, int count) {
-  if (layer < 1 || layer > count) {
-    Refuse("layer " + std::to_string(layer) + " is outside 1.." + std::to_string(count));
+void CheckLayerOrRefuse(int layer, int count, int first = 1) {
+  if (layer < first || layer > count) {
+    Refuse("layer " + std::to_string(layer) + " is outside " + std::to_string(first) + ".." +
+           std::to_string(count));
   }
 }
 
@@ -140,12 +158,6 @@ void LoadSceneOrRefuse(const std::string& path) {
 void SaveSceneOrRefuse(const std::string& scene, const std::string& out) {
   std::string error;
   if (!SaveScene(out.empty() ? scene : out, &error)) Refuse(Plain(error));
-}
-
-std::string NodeNames(const std::vector<INode*>& nodes) {
-  std::string text;
-  for (INode* node : nodes) text += (text.empty() ? "" : ", ") + std::string(node->GetName());
-  return text;
 }
 
 void ListSets(const std::string& scene) {
@@ -207,7 +219,8 @@ void AddAddCommand(CLI::App& layers) {
   cmd->add_option("--name", edit->name, "Layer name (default: Anim Layer NN)");
   cmd->add_option("--type", edit->type, "adjustment (default) or override")
       ->check(CLI::IsMember({"adjustment", "override"}));
-  cmd->add_option("--index", edit->index, "Where the layer goes, 1-based (default: above active)");
+  cmd->add_option("--index", edit->index,
+                  "Position of the new layer, 2 or more (default: above the active one)");
   cmd->callback([edit] {
     RequireModule();
     LoadSceneOrRefuse(edit->scene);
@@ -219,12 +232,13 @@ void AddAddCommand(CLI::App& layers) {
       for (INode* node : nodes) tab.Append(1, &node);
       CallManager("EnableLayersOnNodes", {FPValue(tab)});
     }
+    OneSetOrRefuse(nodes);
     Select(nodes);
     const int count = CallManager("GetLayerCount").AsInt();
     if (count < 1) Refuse("the nodes " + NodeNames(nodes) + " could not be put on layers");
     std::vector<FPKeyArg> keys = {{"name", FPValue(edit->name)}};
     if (edit->index != 0) {
-      CheckLayerOrRefuse(edit->index, count + 1);
+      CheckLayerOrRefuse(edit->index, count + 1, 2);  // the base layer stays first
       keys.push_back({"index", FPValue(edit->index)});
     }
     CallManager(edit->type == "override" ? "addOverrideLayer" : "addAdjustmentLayer", {}, keys);

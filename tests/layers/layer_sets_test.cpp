@@ -190,10 +190,18 @@ TEST_F(LayerSetsTest, SeparateSetsAreDetectedKeptOrJoined) {
   EXPECT_FALSE(found.multiple);
   EXPECT_EQ(found.local_weights, Layered(TracksOf(a).pos)->GetLocalWeights());
 
-  // Keeping the sets: each node stays on its own.
+  // Keeping the sets: each node stays on its own, and a track holding weights of another set
+  // gets weights of its own.
+  AnimationLayersControl* stray = Layered(TracksOf(a).scl);
+  AnimLayersLocalWeights* weights_b = Layered(TracksOf(b).pos)->GetLocalWeights();
+  stray->ReplaceReference(stray->NumRefs() - 1, weights_b);
   Enable({a, b}, true);
   EXPECT_EQ(Layered(TracksOf(a).rot)->GetAnimationLayers(), set_a);
   EXPECT_EQ(Layered(TracksOf(b).rot)->GetAnimationLayers(), set_b);
+  EXPECT_EQ(TracksOf(a).scl, stray);
+  ASSERT_NE(stray->GetLocalWeights(), nullptr);
+  EXPECT_EQ(stray->GetLocalWeights()->GetAnimationLayers(), set_a);
+  EXPECT_EQ(Layered(TracksOf(b).pos)->GetLocalWeights(), weights_b);
 
   // Joining them: a's tracks are wrapped again on b's set, keeping their base layers only.
   Control* base_a = Layered(TracksOf(a).pos)->LayerController(0);
@@ -280,6 +288,15 @@ TEST_F(LayerSetsTest, FloatParametersOfCustomAttributesAreWrapped) {
   Control* back = pb->GetController(blend);
   ASSERT_NE(back, nullptr);
   EXPECT_EQ(Layered(back), nullptr);
+  EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
+
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_EQ(pb->GetController(blend), layered);
+  ASSERT_TRUE(theHold.Undo());
+  EXPECT_EQ(pb->GetController(blend), nullptr);
+  EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
+  ASSERT_TRUE(theHold.Redo());
+  EXPECT_EQ(pb->GetController(blend), layered);
   EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
 }
 
