@@ -260,6 +260,33 @@ bool ReplaceWeight(Owner* owner, int index, Control* control) {
   return true;
 }
 
+// The weight tab's part of Clone: the tab sized like the original's, each weight cloned through
+// remap into the same slot (references 1..n in both classes).
+template <typename Owner>
+void CloneWeightsInto(Owner* from, Owner* to, RemapDir& remap) {
+  Tab<Control*>& src = from->WeightTab();
+  to->WeightTab().SetCount(src.Count());
+  for (int i = 0; i < src.Count(); ++i) {
+    to->WeightTab()[i] = nullptr;
+    if (src[i]) to->ReplaceReference(i + 1, remap.CloneRef(src[i]));
+  }
+}
+
+// Chunk 1 of both classes: the weight count, so that the references can be restored into it.
+template <typename Owner>
+IOResult LoadWeightCount(Owner* owner, ILoad* iload) {
+  return ForEachChunk(iload, [&](USHORT id) {
+    if (id != kWeightCountChunk) return IO_OK;
+    std::int32_t count = 0;
+    const IOResult r = LoadValue(iload, count);
+    if (r != IO_OK) return r;
+    if (count < 0) return IO_ERROR;
+    owner->WeightTab().SetCount(count);
+    for (int i = 0; i < count; ++i) owner->WeightTab()[i] = nullptr;
+    return IO_OK;
+  });
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -390,11 +417,7 @@ RefResult AnimationLayers::NotifyRefChanged(
 RefTargetHandle AnimationLayers::Clone(RemapDir& remap) {
   auto* c = new AnimationLayers(true);
   c->ReplaceReference(kParamsRef, remap.CloneRef(pblock_));
-  c->weights_.SetCount(weights_.Count());
-  for (int i = 0; i < weights_.Count(); ++i) {
-    c->weights_[i] = nullptr;
-    if (weights_[i]) c->ReplaceReference(i + 1, remap.CloneRef(weights_[i]));
-  }
+  CloneWeightsInto(this, c, remap);
   BaseClone(this, c, remap);
   return c;
 }
@@ -403,18 +426,7 @@ IOResult AnimationLayers::Save(ISave* isave) {
   return SaveChunk(isave, kWeightCountChunk, static_cast<std::int32_t>(weights_.Count()));
 }
 
-IOResult AnimationLayers::Load(ILoad* iload) {
-  return ForEachChunk(iload, [&](USHORT id) {
-    if (id != kWeightCountChunk) return IO_OK;
-    std::int32_t count = 0;
-    const IOResult r = LoadValue(iload, count);
-    if (r != IO_OK) return r;
-    if (count < 0) return IO_ERROR;
-    weights_.SetCount(count);
-    for (int i = 0; i < count; ++i) weights_[i] = nullptr;
-    return IO_OK;
-  });
-}
+IOResult AnimationLayers::Load(ILoad* iload) { return LoadWeightCount(this, iload); }
 
 // ---------------------------------------------------------------------------------------------
 // AnimationLayers: accessors.
@@ -753,11 +765,7 @@ RefResult AnimLayersLocalWeights::NotifyRefChanged(
 RefTargetHandle AnimLayersLocalWeights::Clone(RemapDir& remap) {
   auto* c = new AnimLayersLocalWeights(true);
   c->ReplaceReference(kLayersRef, remap.CloneRef(layers_));
-  c->weights_.SetCount(weights_.Count());
-  for (int i = 0; i < weights_.Count(); ++i) {
-    c->weights_[i] = nullptr;
-    if (weights_[i]) c->ReplaceReference(i + 1, remap.CloneRef(weights_[i]));
-  }
+  CloneWeightsInto(this, c, remap);
   BaseClone(this, c, remap);
   return c;
 }
@@ -766,18 +774,7 @@ IOResult AnimLayersLocalWeights::Save(ISave* isave) {
   return SaveChunk(isave, kWeightCountChunk, static_cast<std::int32_t>(weights_.Count()));
 }
 
-IOResult AnimLayersLocalWeights::Load(ILoad* iload) {
-  return ForEachChunk(iload, [&](USHORT id) {
-    if (id != kWeightCountChunk) return IO_OK;
-    std::int32_t count = 0;
-    const IOResult r = LoadValue(iload, count);
-    if (r != IO_OK) return r;
-    if (count < 0) return IO_ERROR;
-    weights_.SetCount(count);
-    for (int i = 0; i < count; ++i) weights_[i] = nullptr;
-    return IO_OK;
-  });
-}
+IOResult AnimLayersLocalWeights::Load(ILoad* iload) { return LoadWeightCount(this, iload); }
 
 void AnimLayersLocalWeights::SyncWeights() {
   if (layers_) ResizeWeightTab(this, layers_->GetLayerCount());
