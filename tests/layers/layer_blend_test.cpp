@@ -104,185 +104,131 @@ void ExpectSameRotation(const Quat& a, const Quat& b, float eps = 1e-5f) {
                                         << b.x << " " << b.y << " " << b.z << " " << b.w;
 }
 
-// --- Floats -------------------------------------------------------------------------------------
+// --- Hand-checked blends ----------------------------------------------------------------------
 
-TEST(FloatLayerBlend, OverrideCrossFadesAndAdjustmentAddsItsWeightedShare) {
-  const TestStack adjust{Kind::Float,
-                         {Layer(kLayerOverride, 1.0f, 10.0f), Layer(kLayerAdjustment, 0.5f, 3.0f)}};
-  EXPECT_FLOAT_EQ(adjust.Float(), 11.5f);
-  const TestStack fade{Kind::Float,
-                       {Layer(kLayerOverride, 1.0f, 10.0f), Layer(kLayerOverride, 0.5f, 20.0f)}};
-  EXPECT_FLOAT_EQ(fade.Float(), 15.0f);
-
-  // Weights are not clamped: 2 overshoots, a negative weight reverses.
-  TestStack s = adjust;
-  s.layers[1].weight = 2.0f;
-  EXPECT_FLOAT_EQ(s.Float(), 16.0f);
-  s.layers[1].weight = -1.0f;
-  EXPECT_FLOAT_EQ(s.Float(), 7.0f);
-  s = fade;
-  s.layers[1].weight = 2.0f;
-  EXPECT_FLOAT_EQ(s.Float(), 30.0f);
-
-  // An Override restarts from the initial value, not from the Adjustment under it:
-  // 13 fades towards 20 by half.
+TEST(FloatLayerBlend, WeightsTypesAndTheBaseLayerDecideTheBlend) {
+  // Two layers: the base holding 10 at base_w, and one of type holding v at w. Weights are not
+  // clamped: 2 overshoots, a negative weight reverses. The base at weight 0 leaves the initial
+  // value for the layers above.
+  const struct {
+    const char* what;
+    float base_w;
+    int type;
+    float w, v, initial, want;
+  } cases[] = {
+      {"Adjustment adds its share", 1, kLayerAdjustment, 0.5f, 3, 0, 11.5f},
+      {"Override cross-fades", 1, kLayerOverride, 0.5f, 20, 0, 15},
+      {"Adjustment at 2", 1, kLayerAdjustment, 2, 3, 0, 16},
+      {"Adjustment at -1", 1, kLayerAdjustment, -1, 3, 0, 7},
+      {"Override at 2", 1, kLayerOverride, 2, 20, 0, 30},
+      {"Override at 0", 1, kLayerOverride, 0, 20, 0, 10},
+      {"base at 0", 0, kLayerAdjustment, 1, 3, 0, 3},
+      {"base at 0, relative", 0, kLayerAdjustment, 1, 3, 7, 10},
+      {"base at 0.5", 0.5f, kLayerAdjustment, 1, 3, 0, 8},
+  };
+  for (const auto& c : cases) {
+    const TestStack s{Kind::Float,
+                      {Layer(kLayerOverride, c.base_w, 10.0f), Layer(c.type, c.w, c.v)}};
+    EXPECT_FLOAT_EQ(s.Float(c.initial), c.want) << c.what;
+    if (c.base_w != 0.5f) continue;
+    // A first at or after last leaves the initial value; a sub-range blends only its layers.
+    EXPECT_FLOAT_EQ(BlendFloatLayers(7.0f, 2, 2, s), 7.0f);
+    EXPECT_FLOAT_EQ(BlendFloatLayers(7.0f, 2, 1, s), 7.0f);
+    EXPECT_FLOAT_EQ(BlendFloatLayers(0.0f, 0, 1, s), 5.0f);
+  }
+  // An Override restarts from the initial value, not from the Adjustment under it: 13 fades
+  // towards 20 by half. Relative reads start from the incoming value.
   const TestStack restart{Kind::Float,
                           {Layer(kLayerOverride, 1.0f, 10.0f), Layer(kLayerAdjustment, 1.0f, 3.0f),
                            Layer(kLayerOverride, 0.5f, 20.0f)}};
   EXPECT_FLOAT_EQ(restart.Float(), 16.5f);
-  // Relative reads start from the incoming value, the Override included.
-  EXPECT_FLOAT_EQ(restart.Float(100.0f), 100.0f + 16.5f);
-}
+  EXPECT_FLOAT_EQ(restart.Float(100.0f), 116.5f);
 
-TEST(FloatLayerBlend, BaseWeightAndRangeDecideWhatStartsTheBlend) {
-  TestStack s{Kind::Float,
-              {Layer(kLayerOverride, 0.0f, 10.0f), Layer(kLayerAdjustment, 1.0f, 3.0f)}};
-  // Layer 0 at weight 0 leaves the initial value for the layers above.
-  EXPECT_FLOAT_EQ(s.Float(), 3.0f);
-  EXPECT_FLOAT_EQ(s.Float(7.0f), 10.0f);
-  s.layers[0].weight = 0.5f;
-  EXPECT_FLOAT_EQ(s.Float(), 8.0f);
-  // A first at or after last leaves the initial value; a sub-range blends only its layers.
-  EXPECT_FLOAT_EQ(BlendFloatLayers(7.0f, 2, 2, s), 7.0f);
-  EXPECT_FLOAT_EQ(BlendFloatLayers(7.0f, 2, 1, s), 7.0f);
-  EXPECT_FLOAT_EQ(BlendFloatLayers(0.0f, 0, 1, s), 5.0f);
-}
-
-TEST(FloatLayerSolve, WritingThroughTheActiveLayerUndoesItsShare) {
-  // Base 10 under an Adjustment at 0.5: 12 on screen needs (12 - 10) / 0.5 = 4 on the layer.
+  // Writing through the active layer undoes its share. Base 10 under an Adjustment at 0.5: 12
+  // needs (12 - 10) / 0.5 = 4; under an Override at 0.5, 16 needs (16 - 0.5 * 10) / 0.5 = 22.
   EXPECT_FLOAT_EQ(SolveFloatLayer(12.0f, 10.0f, 0.5f, kLayerAdjustment), 4.0f);
-  // Base 10 under an Override at 0.5: 16 needs (16 - 0.5 * 10) / 0.5 = 22.
   EXPECT_FLOAT_EQ(SolveFloatLayer(16.0f, 10.0f, 0.5f, kLayerOverride), 22.0f);
-  TestStack s{Kind::Float,
-              {Layer(kLayerOverride, 1.0f, 10.0f), Layer(kLayerOverride, 0.5f, 22.0f)}};
-  EXPECT_FLOAT_EQ(s.Float(), 16.0f);
   // Weight 0 cannot be written: the wanted value comes back instead of infinities.
   EXPECT_FLOAT_EQ(SolveFloatLayer(12.0f, 10.0f, 0.0f, kLayerOverride), 12.0f);
 }
 
-// --- Positions ----------------------------------------------------------------------------------
+TEST(TransformLayerBlend, PositionsRotationsAndScalesFadeAddAndMultiply) {
+  const TestStack pos{Kind::Position,
+                      {Layer(kLayerOverride, 1.0f, Point3(1, 2, 3)),
+                       Layer(kLayerAdjustment, -2.0f, Point3(10, 0, 0)),
+                       Layer(kLayerOverride, 0.25f, Point3(0, 0, 4))}};
+  // (1,2,3) - 2 (10,0,0) = (-19,2,3); then a quarter of the way to (0,0,4).
+  ExpectNear(pos.Position(), {-14.25f, 1.5f, 3.25f});
 
-TEST(PositionLayerBlend, FadesAndAddsComponentwiseInTheIncomingFrame) {
-  const TestStack s{Kind::Position,
-                    {Layer(kLayerOverride, 1.0f, Point3(1, 2, 3)),
-                     Layer(kLayerAdjustment, 0.5f, Point3(10, 0, 0)),
-                     Layer(kLayerOverride, 0.25f, Point3(0, 0, 4))}};
-  // (1,2,3) + 0.5 (10,0,0) = (6,2,3); then a quarter of the way to (0,0,4).
-  ExpectNear(s.Position(), {4.5f, 1.5f, 3.25f});
-  TestStack neg = s;
-  neg.layers.pop_back();
-  neg.layers[1].weight = -2.0f;
-  ExpectNear(neg.Position(), {-19.0f, 2.0f, 3.0f});
-  neg.layers[0].weight = 0.0f;
-  ExpectNear(neg.Position(), {-20.0f, 0.0f, 0.0f});
+  TestStack rot{Kind::Rotation,
+                {Layer(kLayerOverride, 1.0f, RotZ(90)), Layer(kLayerAdjustment, 0.5f, RotZ(90))}};
+  ExpectSameRotation(rot.Rotation(), RotZ(135));
+  rot.layers[1].weight = 2.0f;
+  ExpectSameRotation(rot.Rotation(), RotZ(270));
+  rot.layers[1] = Layer(kLayerOverride, 0.5f, Quat());
+  ExpectSameRotation(rot.Rotation(), RotZ(45));
+  rot.layers[0].weight = 0.0f;
+  ExpectSameRotation(rot.Rotation(), Quat());
 
-  // A relative read moves in the incoming frame and keeps its rotation.
-  Matrix3 m0 = RotateZMatrix(90.0f * kDeg);
-  m0.SetTrans({5, 0, 0});
-  const TestStack half{Kind::Position, {Layer(kLayerOverride, 0.5f, Point3(1, 0, 0))}};
-  // The layer's +X is the incoming frame's +Y; half of it is blended in.
-  Matrix3 want = m0;
-  want.SetTrans({5, 0.5f, 0});
-  ExpectNear(BlendPositionLayers(m0, 0, 1, half), want);
-}
-
-// --- Rotations ----------------------------------------------------------------------------------
-
-TEST(RotationLayerBlend, SlerpsOverridesAndStacksAdjustments) {
-  TestStack s{Kind::Rotation,
-              {Layer(kLayerOverride, 1.0f, RotZ(90)), Layer(kLayerAdjustment, 0.5f, RotZ(90))}};
-  ExpectSameRotation(s.Rotation(), RotZ(135));
-  s.layers[1].weight = 2.0f;
-  ExpectSameRotation(s.Rotation(), RotZ(270));
-  s.layers[1].weight = -1.0f;
-  ExpectSameRotation(s.Rotation(), RotZ(0));
-  s.layers[1] = Layer(kLayerOverride, 0.5f, Quat());
-  ExpectSameRotation(s.Rotation(), RotZ(45));
-  s.layers[0].weight = 0.0f;
-  ExpectSameRotation(s.Rotation(), Quat());
-}
-
-TEST(RotationLayerBlend, RelativeReadKeepsTranslationStretchAndMirror) {
-  Matrix3 m0 = ScaleMatrix({2, 2, 2});
-  m0.SetTrans({1, 2, 3});
-  const TestStack s{Kind::Rotation, {Layer(kLayerOverride, 0.5f, RotZ(90))}};
-  Quat q;
-  Matrix3 want = ScaleMatrix({2, 2, 2}) * RotateZMatrix(45 * kDeg);
-  want.SetTrans({1, 2, 3});
-  ExpectNear(BlendRotationLayers(m0, q, 0, 1, s), want);
-  ExpectSameRotation(q, RotZ(45));
-  // At full weight the layer's own matrix comes out, a non-uniform stretch included.
-  Matrix3 stretched = ScaleMatrix({2, 3, 4});
-  stretched.SetTrans({1, 2, 3});
-  Matrix3 plain = stretched;
-  plain.PreRotate(RotZ(90));
-  TestStack full = s;
-  full.layers[0].weight = 1.0f;
-  ExpectNear(BlendRotationLayers(stretched, q, 0, 1, full), plain);
-
-  // Under a mirroring parent, a full-weight base gives what the controller alone gives.
-  Matrix3 mirror = ScaleMatrix({-1, -1, -1});
-  mirror.SetTrans({1, 0, 0});
-  plain = mirror;
-  plain.PreRotate(RotZ(90));
-  ExpectNear(BlendRotationLayers(mirror, q, 0, 1, full), plain);
-  Matrix3 half = mirror;
-  half.PreRotate(RotZ(45));
-  ExpectNear(BlendRotationLayers(mirror, q, 0, 1, s), half);
-}
-
-// --- Scales -------------------------------------------------------------------------------------
-
-TEST(ScaleLayerBlend, LerpsStretchAndMultipliesAdjustments) {
-  TestStack s{Kind::Scale,
-              {Layer(kLayerOverride, 1.0f, ScaleValue(Point3(2, 2, 2))),
-               Layer(kLayerAdjustment, 0.5f, ScaleValue(Point3(3, 1, 1)))}};
-  // The Adjustment makes (6,2,2) of the base's (2,2,2); half way is (4,2,2).
-  ExpectNear(s.Scale().s, {4, 2, 2});
-  s.layers.push_back(Layer(kLayerOverride, 0.5f, ScaleValue(Point3(1, 1, 1))));
-  ExpectNear(s.Scale().s, {2.5f, 1.5f, 1.5f});
-  s.layers[0].weight = 0.0f;
-  s.layers.resize(1);
-  ExpectNear(s.Scale().s, {1, 1, 1});
-
+  // An Adjustment multiplies the base's (2,2,2) into (6,2,2): half way is (4,2,2); the Override
+  // then goes half way to 1.
+  const TestStack scl{Kind::Scale,
+                      {Layer(kLayerOverride, 1.0f, ScaleValue(Point3(2, 2, 2))),
+                       Layer(kLayerAdjustment, 0.5f, ScaleValue(Point3(3, 1, 1))),
+                       Layer(kLayerOverride, 0.5f, ScaleValue(Point3(1, 1, 1)))}};
+  ExpectNear(scl.Scale().s, {2.5f, 1.5f, 1.5f});
   // The stretch rotation slerps: half of a 60 degree stretch axis turn.
   const TestStack axis{Kind::Scale, {Layer(kLayerOverride, 0.5f, ScaleValue({1, 1, 3}, RotZ(60)))}};
-  const ScaleValue v = axis.Scale();
-  ExpectNear(v.s, {1, 1, 2});
-  ExpectNear(MatrixFromScaleValue(v), MatrixFromScaleValue(ScaleValue({1, 1, 2}, RotZ(30))));
-
-  // A relative read scales before the incoming rotation.
-  Matrix3 m0 = RotateZMatrix(90 * kDeg);
-  m0.SetTrans({1, 2, 3});
-  const TestStack one{Kind::Scale, {Layer(kLayerOverride, 1.0f, ScaleValue(Point3(2, 3, 4)))}};
-  ScaleValue rel;
-  ExpectNear(BlendScaleLayers(m0, rel, 0, 1, one), ScaleMatrix({2, 3, 4}) * m0);
-  ExpectNear(rel.s, {2, 3, 4});
+  ExpectNear(MatrixFromScaleValue(axis.Scale()),
+             MatrixFromScaleValue(ScaleValue({1, 1, 2}, RotZ(30))));
 }
 
-// --- Euler --------------------------------------------------------------------------------------
+TEST(TransformLayerBlend, RelativeReadsKeepWhatTheIncomingMatrixHolds) {
+  Matrix3 turned = RotateZMatrix(90.0f * kDeg);
+  turned.SetTrans({5, 0, 0});
+  // A position moves in the incoming frame: the layer's +X is the frame's +Y.
+  const TestStack half{Kind::Position, {Layer(kLayerOverride, 0.5f, Point3(1, 0, 0))}};
+  Matrix3 want = turned;
+  want.SetTrans({5, 0.5f, 0});
+  ExpectNear(BlendPositionLayers(turned, 0, 1, half), want);
+  // A scale applies before the incoming rotation.
+  const TestStack one{Kind::Scale, {Layer(kLayerOverride, 1.0f, ScaleValue(Point3(2, 3, 4)))}};
+  ScaleValue rel;
+  ExpectNear(BlendScaleLayers(turned, rel, 0, 1, one), ScaleMatrix({2, 3, 4}) * turned);
+
+  // A rotation keeps the translation and the stretch, a non-uniform one and a mirror included.
+  const TestStack rot{Kind::Rotation, {Layer(kLayerOverride, 0.5f, RotZ(90))}};
+  TestStack full = rot;
+  full.layers[0].weight = 1.0f;
+  Quat q;
+  for (const Point3& k : {Point3(2, 2, 2), Point3(2, 3, 4), Point3(-1, -1, -1)}) {
+    Matrix3 m0 = ScaleMatrix(k);
+    m0.SetTrans({1, 2, 3});
+    Matrix3 plain = m0;
+    plain.PreRotate(RotZ(90));
+    ExpectNear(BlendRotationLayers(m0, q, 0, 1, full), plain);
+    if (k.x != k.y) continue;  // a half turn is defined for a uniform stretch only
+    Matrix3 halfway = m0;
+    halfway.PreRotate(RotZ(45));
+    ExpectNear(BlendRotationLayers(m0, q, 0, 1, rot), halfway);
+    if (k.x > 0) ExpectSameRotation(q, RotZ(45));
+  }
+}
 
 TEST(EulerLayerBlend, SumsAnglesAndKeepsWholeTurns) {
   float acc[3] = {9, 9, 9};
   TestStack s{Kind::Euler,
               {Layer(kLayerOverride, 1.0f, Point3(0.1f, 0.2f, 0.3f)),
-               Layer(kLayerAdjustment, 2.0f, Point3(1.0f, 0.0f, 0.0f))}};
-  BlendEulerLayers(acc, 0, 2, s);
-  EXPECT_FLOAT_EQ(acc[0], 2.1f);
-  EXPECT_FLOAT_EQ(acc[1], 0.2f);
-  EXPECT_FLOAT_EQ(acc[2], 0.3f);
-  s.layers.push_back(Layer(kLayerOverride, 0.5f, Point3(0.0f, 0.0f, 0.0f)));
+               Layer(kLayerAdjustment, 2.0f, Point3(1.0f, 0.0f, 0.0f)),
+               Layer(kLayerOverride, 0.5f, Point3(0.0f, 0.0f, 0.0f))}};
   BlendEulerLayers(acc, 0, 3, s);
-  EXPECT_FLOAT_EQ(acc[0], 1.05f);
-  EXPECT_FLOAT_EQ(acc[2], 0.15f);
+  ExpectNear({acc[0], acc[1], acc[2]}, {1.05f, 0.1f, 0.15f});
   // Two turns of 4 radians stay 8 radians, beyond a whole turn.
-  s = TestStack{
-      Kind::Euler,
-      {Layer(kLayerOverride, 1.0f, Point3(4, 0, 0)), Layer(kLayerAdjustment, 1, Point3(4, 0, 0))}};
+  s.layers = {Layer(kLayerOverride, 1.0f, Point3(4, 0, 0)),
+              Layer(kLayerAdjustment, 1, Point3(4, 0, 0))};
   BlendEulerLayers(acc, 0, 2, s);
   EXPECT_FLOAT_EQ(acc[0], 8.0f);
   // Nothing blended: zero whatever the incoming angles.
-  acc[0] = 5.0f;
   BlendEulerLayers(acc, 1, 1, s);
   EXPECT_EQ(acc[0], 0.0f);
 }
