@@ -7,7 +7,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -47,17 +46,10 @@ const Point3 kScales[kLayerCount] = {{1.2f, 0.8f, 1}, {1, 1.1f, 1}, {0.9f, 1, 1.
 
 void ExpectMatrixNear(const Matrix3& got, const Matrix3& want, float eps, const std::string& what) {
   for (int r = 0; r < 4; ++r) {
-    const Point3 d = got.GetRow(r) - want.GetRow(r);
+    const Point3 g = got.GetRow(r), w = want.GetRow(r), d = g - w;
     EXPECT_LE(std::max({std::fabs(d.x), std::fabs(d.y), std::fabs(d.z)}), eps)
-        << what << ", row " << r << ": " << got.GetRow(r).x << " " << got.GetRow(r).y << " "
-        << got.GetRow(r).z << " want " << want.GetRow(r).x << " " << want.GetRow(r).y << " "
-        << want.GetRow(r).z;
-  }
-}
-
-void ExpectMatrixEq(const Matrix3& got, const Matrix3& want, const std::string& what) {
-  for (int r = 0; r < 4; ++r) {
-    EXPECT_EQ(got.GetRow(r), want.GetRow(r)) << what << ", row " << r;
+        << what << ", row " << r << ": " << g.x << " " << g.y << " " << g.z << " want " << w.x
+        << " " << w.y << " " << w.z;
   }
 }
 
@@ -67,6 +59,16 @@ int CountKeys(Animatable* anim, int depth = 0) {
   for (int i = 0; i < anim->NumSubs(); ++i) n += CountKeys(anim->SubAnim(i), depth + 1);
   return n;
 }
+
+struct LandingCase {
+  bool euler_blending;
+  bool animate;
+  int active;
+  std::string Name() const {
+    return std::string(euler_blending ? "euler" : "quaternion") + (animate ? ", animate" : "") +
+           ", active " + std::to_string(active);
+  }
+};
 
 class LayerLandingTest : public ::testing::Test {
  protected:
@@ -194,6 +196,26 @@ class LayerLandingTest : public ::testing::Test {
     return v;
   }
 
+  // Runs check(case, time) on a fresh scene for each blending mode, in and out of animate mode,
+  // with each layer active.
+  template <typename F>
+  void ForEachLandingCase(F&& check) {
+    for (bool euler : {false, true}) {
+      for (bool animate : {false, true}) {
+        for (int active = 0; active < kLayerCount; ++active) {
+          const LandingCase c{euler, animate, active};
+          SCOPED_TRACE(c.Name());
+          GetCOREInterface()->Reset();
+          BuildScene(euler);
+          layers_->SetActiveLayer(active);
+          if (animate) AnimateOn();
+          check(c, animate ? 10 * kTicksPerFrame : 0);
+          AnimateOff();
+        }
+      }
+    }
+  }
+
   INode* parent_ = nullptr;
   INode* node_ = nullptr;
   INode* twin_ = nullptr;
@@ -214,31 +236,10 @@ class LayerLandingTest : public ::testing::Test {
 // ---------------------------------------------------------------------------------------------
 // Landing: the transform put on the node is the one it shows, whatever layer takes it.
 
-struct LandingCase {
-  bool euler_blending;
-  bool animate;
-  int active;
-  std::string Name() const {
-    return std::string(euler_blending ? "euler" : "quaternion") + (animate ? ", animate" : "") +
-           ", active " + std::to_string(active);
-  }
-};
-
 // Euler angles sum, so any turn can be written on a layer of any weight. A quaternion layer
 // reaches at most a half turn from what lies under it, and a slerp by w covers w of that: the
 // turn is kept within reach of the lightest layer (0.4).
 float BigTurn(const LandingCase& c) { return c.euler_blending ? 200 * kDeg : 40 * kDeg; }
-
-std::vector<LandingCase> AllLandingCases() {
-  std::vector<LandingCase> cases;
-  for (bool euler : {false, true}) {
-    for (bool animate : {false, true}) {
-      for (int active = 0; active < kLayerCount; ++active)
-        cases.push_back({euler, animate, active});
-    }
-  }
-  return cases;
-}
 
 // The parts of a node's world transform, and the transform they make.
 struct WorldParts {
@@ -254,13 +255,7 @@ struct WorldParts {
 };
 
 TEST_F(LayerLandingTest, PositionAndRotationLandOnEveryActiveLayer) {
-  for (const LandingCase& c : AllLandingCases()) {
-    SCOPED_TRACE(c.Name());
-    GetCOREInterface()->Reset();
-    BuildScene(c.euler_blending);
-    layers_->SetActiveLayer(c.active);
-    const TimeValue t = c.animate ? 10 * kTicksPerFrame : 0;
-    if (c.animate) AnimateOn();
+  ForEachLandingCase([&](const LandingCase& c, TimeValue t) {
     WorldParts want(WorldOf(node_, t));
     want.pos += Point3(3, -2, 0.5f);
     node_->SetNodeTM(t, want.World());
@@ -268,19 +263,12 @@ TEST_F(LayerLandingTest, PositionAndRotationLandOnEveryActiveLayer) {
     want.rot = want.rot * QFromAngAxis(BigTurn(c), Normalize(Point3(1, 2, -1)));
     node_->SetNodeTM(t, want.World());
     ExpectMatrixNear(WorldOf(node_, t), want.World(), kLandingTolerance, "turned");
-    AnimateOff();
-  }
+  });
 }
 
 TEST_F(LayerLandingTest, RelativeMovesAndTurnsMatchTheUnlayeredTwin) {
-  for (const LandingCase& c : AllLandingCases()) {
-    SCOPED_TRACE(c.Name());
-    GetCOREInterface()->Reset();
-    BuildScene(c.euler_blending);
-    layers_->SetActiveLayer(c.active);
-    const TimeValue t = c.animate ? 10 * kTicksPerFrame : 0;
+  ForEachLandingCase([&](const LandingCase& c, TimeValue t) {
     twin_->SetNodeTM(t, WorldOf(node_, t));
-    if (c.animate) AnimateOn();
     for (INode* n : {node_, twin_}) n->Move(t, Matrix3(), Point3(1, -2, 0.5f));
     ExpectMatrixNear(WorldOf(node_, t), WorldOf(twin_, t), kLandingTolerance, "moved");
     // A turn about the node's own axes, then one about the world's.
@@ -290,53 +278,33 @@ TEST_F(LayerLandingTest, RelativeMovesAndTurnsMatchTheUnlayeredTwin) {
     ExpectMatrixNear(WorldOf(node_, t), WorldOf(twin_, t), kLandingTolerance, "turned locally");
     for (INode* n : {node_, twin_}) n->Rotate(t, Matrix3(), AngAxis(Point3(0, 0, 1), 0.4f));
     ExpectMatrixNear(WorldOf(node_, t), WorldOf(twin_, t), kLandingTolerance, "turned");
-    AnimateOff();
-  }
-}
-
-// A stretch set absolute, then scaled relative along the node's axes, shows as it does on the
-// unlayered twin.
-void ExpectScaleLands(INode* node,
-                      INode* twin,
-                      TimeValue t,
-                      const std::function<Matrix3(INode*)>& world_of) {
-  WorldParts want(world_of(node));
-  want.scale = ScaleValue(Point3(1.3f, 0.7f, 1.1f));
-  node->SetNodeTM(t, want.World());
-  ExpectMatrixNear(world_of(node), want.World(), kLandingTolerance, "scaled");
-  twin->SetNodeTM(t, world_of(node));
-  for (INode* n : {node, twin}) n->Scale(t, world_of(n), Point3(1.2f, 0.9f, 1.0f), true);
-  ExpectMatrixNear(world_of(node), world_of(twin), kLandingTolerance, "scaled relative");
+  });
 }
 
 // Adjustment layers multiply the stretch under them (base 1.2 by 0.8 by 1 here), so a write on
-// one divides by it; Overrides cross-fade.
+// one divides by it; Overrides cross-fade. A stretch set absolute, then scaled relative along the
+// node's axes, shows as it does on the unlayered twin.
 TEST_F(LayerLandingTest, ScaleLandsOnEveryActiveLayer) {
-  for (const LandingCase& c : AllLandingCases()) {
-    SCOPED_TRACE(c.Name());
-    GetCOREInterface()->Reset();
-    BuildScene(c.euler_blending);
-    layers_->SetActiveLayer(c.active);
-    const TimeValue t = c.animate ? 10 * kTicksPerFrame : 0;
-    if (c.animate) AnimateOn();
-    ExpectScaleLands(stretch_, stretch_twin_, t, [t](INode* n) { return WorldOf(n, t); });
-    AnimateOff();
-  }
+  ForEachLandingCase([&](const LandingCase&, TimeValue t) {
+    WorldParts want(WorldOf(stretch_, t));
+    want.scale = ScaleValue(Point3(1.3f, 0.7f, 1.1f));
+    stretch_->SetNodeTM(t, want.World());
+    ExpectMatrixNear(WorldOf(stretch_, t), want.World(), kLandingTolerance, "scaled");
+    stretch_twin_->SetNodeTM(t, WorldOf(stretch_, t));
+    for (INode* n : {stretch_, stretch_twin_}) n->Scale(t, WorldOf(n, t), {1.2f, 0.9f, 1.0f}, true);
+    ExpectMatrixNear(WorldOf(stretch_, t), WorldOf(stretch_twin_, t), kLandingTolerance,
+                     "relative");
+  });
 }
 
 TEST_F(LayerLandingTest, FloatWritesLandOnEveryActiveLayer) {
-  for (int active = 0; active < kLayerCount; ++active) {
-    SCOPED_TRACE(active);
-    GetCOREInterface()->Reset();
-    BuildScene(true);
-    layers_->SetActiveLayer(active);
-    float want = 12.5f;
-    float_track_->SetValue(0, &want, 1, CTRL_ABSOLUTE);
-    EXPECT_NEAR(FloatAt(0), want, kLandingTolerance * 100.0f);
-    float step = -3.0f;
-    float_track_->SetValue(0, &step, 1, CTRL_RELATIVE);
-    EXPECT_NEAR(FloatAt(0), want + step, kLandingTolerance * 100.0f);
-  }
+  ForEachLandingCase([&](const LandingCase&, TimeValue t) {
+    float want = 12.5f, step = -3.0f;
+    float_track_->SetValue(t, &want, 1, CTRL_ABSOLUTE);
+    EXPECT_NEAR(FloatAt(t), want, kLandingTolerance * 100.0f);
+    float_track_->SetValue(t, &step, 1, CTRL_RELATIVE);
+    EXPECT_NEAR(FloatAt(t), want + step, kLandingTolerance * 100.0f);
+  });
 }
 
 TEST_F(LayerLandingTest, ActiveLayerAtWeightZeroTakesNothingAndKeysNothing) {
@@ -431,15 +399,16 @@ class LayerMotionTest : public LayerLandingTest {
     for (TimeValue t : times) out.push_back(ShownAt(t));
     return out;
   }
+  // got equals want exactly, sample by sample.
   static void ExpectSame(const std::vector<Shown>& got,
                          const std::vector<Shown>& want,
                          const std::string& what) {
     ASSERT_EQ(got.size(), want.size());
     for (size_t i = 0; i < got.size(); ++i) {
-      ExpectMatrixEq(got[i].node, want[i].node, what + " node, sample " + std::to_string(i));
-      ExpectMatrixEq(got[i].stretch, want[i].stretch,
-                     what + " stretch, sample " + std::to_string(i));
-      EXPECT_EQ(got[i].value, want[i].value) << what << " float, sample " << i;
+      const std::string sample = what + ", sample " + std::to_string(i);
+      ExpectMatrixNear(got[i].node, want[i].node, 0.0f, sample + " node");
+      ExpectMatrixNear(got[i].stretch, want[i].stretch, 0.0f, sample + " stretch");
+      EXPECT_EQ(got[i].value, want[i].value) << sample;
     }
   }
 };
@@ -509,24 +478,19 @@ TEST_F(LayerMotionTest, UndoAndRedoOfStackChangesGiveTheMotionBack) {
 TEST_F(LayerMotionTest, ScenesWithLayeredTracksLoadByteForByteAndMoveAlike) {
   BuildAnimated(true);
   const std::vector<TimeValue> times = {0, 5 * kTicksPerFrame, 13 * kTicksPerFrame + 80};
-  std::vector<std::pair<Matrix3, Matrix3>> before;
-  for (TimeValue t : times) before.emplace_back(WorldOf(node_, t), WorldOf(stretch_, t));
+  const std::vector<Shown> before = ShownAt(times);
   std::vector<std::uint8_t> first, second;
   std::string error;
   ASSERT_TRUE(SaveSceneToBytes(first, &error)) << error;
   ASSERT_TRUE(LoadSceneFromBytes(first, &error)) << error;
   ASSERT_TRUE(SaveSceneToBytes(second, &error)) << error;
   EXPECT_EQ(first, second);
-  INode* node = GetCOREInterface()->GetINodeByName("layered");
-  INode* stretch = GetCOREInterface()->GetINodeByName("stretch");
-  ASSERT_NE(node, nullptr);
-  ASSERT_NE(stretch, nullptr);
-  ASSERT_NE(AsLayeredControl(node->GetTMController()->GetPositionController()), nullptr);
-  ASSERT_NE(AsLayeredControl(stretch->GetTMController()->GetScaleController()), nullptr);
-  for (size_t i = 0; i < times.size(); ++i) {
-    ExpectMatrixEq(WorldOf(node, times[i]), before[i].first, "node");
-    ExpectMatrixEq(WorldOf(stretch, times[i]), before[i].second, "stretch");
-  }
+  node_ = GetCOREInterface()->GetINodeByName("layered");
+  stretch_ = GetCOREInterface()->GetINodeByName("stretch");
+  ASSERT_TRUE(node_ && stretch_);
+  ASSERT_NE(AsLayeredControl(node_->GetTMController()->GetPositionController()), nullptr);
+  ASSERT_NE(AsLayeredControl(stretch_->GetTMController()->GetScaleController()), nullptr);
+  ExpectSame(ShownAt(times), before, "loaded");
 }
 
 }  // namespace
