@@ -8,7 +8,6 @@
 #include "host/controllers/controller_classes.h"
 #include "host/io/chunk_stream.h"
 #include "tests/layers/layers_fixture.h"
-#include "tests/support/alloc_counter.h"
 #include "tests/support/controller_test_util.h"
 
 namespace marvolith::test {
@@ -110,21 +109,6 @@ TEST_F(AnimationLayersTest, BaseLayerAndBadInputAreRefused) {
   EXPECT_EQ(layers->GetLayerName(4), "");
   layers->SetActiveLayer(1);
   EXPECT_EQ(layers->GetEffectiveLayerCount(), 2);
-}
-
-TEST_F(AnimationLayersTest, KeyedWeightReadNarrowsValidityWithoutAllocating) {
-  AnimationLayers* layers = FourLayers();
-  AnimateOn();
-  layers->SetWeight(1, 0.0f, 0);
-  layers->SetWeight(1, 1.0f, 100 * 160);
-  AnimateOff();
-  Interval valid = FOREVER;
-  AllocationScope scope;
-  const float w = layers->GetWeight(1, 50 * 160, valid);
-  EXPECT_EQ(scope.Count(), 0u);
-  EXPECT_GT(w, 0.0f);
-  EXPECT_LT(w, 1.0f);
-  EXPECT_NE(valid, FOREVER);
 }
 
 TEST_F(AnimationLayersTest, ChangesUndoAndRedoExactly) {

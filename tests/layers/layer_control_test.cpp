@@ -304,7 +304,7 @@ TEST_F(LayerControlTest, AnOverrideLayerStartsAtThePoseOnScreen) {
   EXPECT_NEAR(At<float>(rot->LayerController(1)->GetZController()), 0.0f, 1e-6f);
 }
 
-TEST_F(LayerControlTest, ValidityNarrowsByTheLayersAndWeightsRead) {
+TEST_F(LayerControlTest, AKeyedWeightNarrowsValidityWithoutAllocating) {
   AnimationLayersControl* track = Wrap(CTRL_FLOAT_CLASS_ID, FloatOf(1.0f));
   Interval valid = FOREVER;
   float v = 0.0f;
@@ -316,7 +316,9 @@ TEST_F(LayerControlTest, ValidityNarrowsByTheLayersAndWeightsRead) {
   layers_->SetWeight(0, 0.5f, 10 * tpf);
   AnimateOff();
   valid = FOREVER;
+  AllocationScope scope;
   track->GetValue(5 * tpf, &v, valid, CTRL_ABSOLUTE);
+  EXPECT_EQ(scope.Count(), 0u) << "reading a keyed weight allocates nothing";
   EXPECT_FALSE(valid.IsInfinite()) << "an animated weight narrows the interval";
   EXPECT_TRUE(valid.InInterval(5 * tpf));
 }
