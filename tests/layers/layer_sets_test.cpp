@@ -104,19 +104,18 @@ TEST_F(LayerSetsTest, WrapAndUnwrapGiveBackTheControllersAndMotionThroughUndoAnd
   Enable({node});
   EXPECT_EQ(theHold.UndoName(), kLayersHoldName);
   const Tracks layered = TracksOf(node);
-  for (Control* c : {layered.pos, layered.rot, layered.scl}) {
+  const FoundLayers found = GetAnimLayers({node});
+  ASSERT_NE(found.layers, nullptr);
+  EXPECT_FALSE(found.multiple);
+  const Control* bases[3] = {plain.pos, plain.rot, plain.scl};
+  for (int i = 0; Control * c : {layered.pos, layered.rot, layered.scl}) {
     AnimationLayersControl* l = Layered(c);
     ASSERT_NE(l, nullptr);
-    EXPECT_EQ(l->GetAnimationLayers(), Layered(layered.pos)->GetAnimationLayers());
+    EXPECT_EQ(l->GetAnimationLayers(), found.layers);
     EXPECT_NE(l->GetLocalWeights(), nullptr);
+    EXPECT_EQ(l->LayerController(0), bases[i++]) << "the plain track is the base layer";
   }
-  EXPECT_EQ(Layered(layered.pos)->LayerController(0), plain.pos);
-  EXPECT_EQ(Layered(layered.rot)->LayerController(0), plain.rot);
-  EXPECT_EQ(Layered(layered.scl)->LayerController(0), plain.scl);
   ExpectMotion(node, motion);
-  const FoundLayers found = GetAnimLayers({node});
-  EXPECT_EQ(found.layers, Layered(layered.pos)->GetAnimationLayers());
-  EXPECT_FALSE(found.multiple);
 
   // A layer above the base moves the node; taking the layers off drops it without baking.
   found.layers->AddLayer(0, "lift", -1);
@@ -290,29 +289,14 @@ TEST_F(LayerSetsTest, FloatParametersOfCustomAttributesAreWrapped) {
   EXPECT_EQ(Layered(back), nullptr);
   EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
 
+  // Undo gives back the very controllers: the layered one, then none.
   ASSERT_TRUE(theHold.Undo());
   EXPECT_EQ(pb->GetController(blend), layered);
   ASSERT_TRUE(theHold.Undo());
   EXPECT_EQ(pb->GetController(blend), nullptr);
-  EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
   ASSERT_TRUE(theHold.Redo());
   EXPECT_EQ(pb->GetController(blend), layered);
   EXPECT_FLOAT_EQ(pb->GetFloat(blend, 0), 0.25f);
-}
-
-TEST_F(LayerSetsTest, DisablingATrackWithoutBaseLayerLeavesAFreshDefault) {
-  INode* node = KeyedNode("hollow");
-  Enable({node});
-  AnimationLayersControl* pos = Layered(TracksOf(node).pos);
-  pos->ReplaceReference(1, nullptr);  // layer 0
-  ASSERT_EQ(pos->LayerController(0), nullptr);
-
-  DisableLayers({node});
-  Control* fresh = TracksOf(node).pos;
-  ASSERT_NE(fresh, nullptr);
-  EXPECT_EQ(Layered(fresh), nullptr);
-  EXPECT_EQ(fresh->SuperClassID(), CTRL_POSITION_CLASS_ID);
-  EXPECT_POINT3_NEAR(node->GetNodeTM(10 * kFrame).GetTrans(), Point3(0, 0, 0), 1e-5f);
 }
 
 TEST_F(LayerSetsTest, RigControlIsStillFoundUnderLayeredTracks) {
@@ -326,21 +310,33 @@ TEST_F(LayerSetsTest, RigControlIsStillFoundUnderLayeredTracks) {
   node->SetNodeTM(0, tm);
 
   Enable({node});
-  EXPECT_NE(Layered(rig->GetPositionController()), nullptr);
-  EXPECT_NE(Layered(rig->GetRotationController()), nullptr);
-  EXPECT_NE(Layered(rig->GetScaleController()), nullptr);
+  for (Control* c :
+       {rig->GetPositionController(), rig->GetRotationController(), rig->GetScaleController()}) {
+    EXPECT_NE(Layered(c), nullptr);
+  }
   EXPECT_EQ(FindRigControl(node->GetTMController()), rig);
   EXPECT_MATRIX3_NEAR(node->GetNodeTM(0), tm, 1e-5f);
 }
 
-TEST_F(LayerSetsTest, EmptyAndNullNodeListsChangeNothing) {
+TEST_F(LayerSetsTest, EmptyListsAndATrackWithoutBaseLayerAreHandled) {
   EnableLayers({}, false);
   DisableLayers({});
   EXPECT_EQ(theHold.UndoCount(), 0);
   const FoundLayers found = GetAnimLayers({nullptr});
-  EXPECT_EQ(found.layers, nullptr);
-  EXPECT_FALSE(found.multiple);
-  EXPECT_EQ(found.local_weights, nullptr);
+  EXPECT_TRUE(found.layers == nullptr && found.local_weights == nullptr && !found.multiple);
+
+  // Taking the layers off a track that lost its base layer leaves a fresh default.
+  INode* node = KeyedNode("hollow");
+  Enable({node});
+  AnimationLayersControl* pos = Layered(TracksOf(node).pos);
+  pos->ReplaceReference(1, nullptr);  // layer 0
+  ASSERT_EQ(pos->LayerController(0), nullptr);
+  DisableLayers({node});
+  Control* fresh = TracksOf(node).pos;
+  ASSERT_NE(fresh, nullptr);
+  EXPECT_EQ(Layered(fresh), nullptr);
+  EXPECT_EQ(fresh->SuperClassID(), CTRL_POSITION_CLASS_ID);
+  EXPECT_POINT3_NEAR(node->GetNodeTM(10 * kFrame).GetTrans(), Point3(0, 0, 0), 1e-5f);
 }
 
 }  // namespace
