@@ -323,6 +323,25 @@ TEST_F(LayerControlTest, AKeyedWeightNarrowsValidityWithoutAllocating) {
   EXPECT_TRUE(valid.InInterval(5 * tpf));
 }
 
+// Euler blending sums angles: the world rotation cannot tell 40 degrees from 400, so this is
+// checked on the layer's own angle.
+TEST_F(LayerControlTest, RelativeTurnsStayContinuousUnderEulerBlending) {
+  auto* rot = static_cast<RotationLayers*>(Wrap(CTRL_ROTATION_CLASS_ID, EulerOf(0, 0, 90 * kDeg)));
+  rot->AddAdjustmentLayer("", -1);
+  Control* z1 = rot->LayerController(1)->GetZController();
+  float turn = 200 * kDeg;
+  z1->SetValue(0, &turn, 1, CTRL_ABSOLUTE);
+  float e[3];
+  Interval valid = FOREVER;
+  rot->BlendedEuler(0, valid, 0, 2, e);
+  EXPECT_NEAR(e[2], 290 * kDeg, 1e-4f);
+  // A relative turn of 200 degrees more leaves the layer at 400, not at 40. (The host's
+  // angle-axis turns the other way round than a positive Euler angle.)
+  AngAxis more(Point3(0, 0, 1), -200 * kDeg);
+  rot->SetValue(0, &more, 1, CTRL_RELATIVE);
+  EXPECT_NEAR(std::fabs(At<float>(z1)), 400 * kDeg, 1e-3f);
+}
+
 TEST_F(LayerControlTest, EvaluationAllocatesNothing) {
   AnimationLayersControl* tracks[4] = {
       Wrap(CTRL_FLOAT_CLASS_ID, FloatOf(1.0f)),
