@@ -426,6 +426,9 @@ TEST_F(LayerMotionTest, CollapseKeepsEveryFrameOfTheRange) {
     ASSERT_EQ(layers_->GetLayerCount(), 1);
     for (AnimationLayersControl* track : tracks_) EXPECT_EQ(track->LayerControllerCount(), 1);
     EXPECT_EQ(float_track_->LayerControllerCount(), 1);
+    // Floats and stretches bake into Bezier keys.
+    EXPECT_EQ(float_track_->LayerController(0)->ClassID(), Class_ID(0x2007, 0));
+    EXPECT_EQ(tracks_[2]->LayerController(0)->ClassID(), Class_ID(0x2010, 0));
     for (int frame = 0; frame <= kLastFrame; ++frame) {
       SCOPED_TRACE(frame);
       const Shown after = ShownAt(frame * kTicksPerFrame);
