@@ -1,7 +1,6 @@
 // Copyright Marvolith contributors.
 // The descriptors of the four layered classes, their published interface and its functions,
 // which all act on the shared stack.
-#include <cmath>
 
 #include "host/registry/class_desc.h"
 #include "host/scene/core_interface.h"
@@ -255,9 +254,10 @@ float AnimationLayersControl::GetLayerGlobalWeight(int index) {
   return layers_ ? layers_->GetWeight(index, Now(), scratch) : 0.0f;
 }
 
+// The stack's and the weights' setters refuse bad indices, NaN and controllers of another kind,
+// and make their own undo step.
 void AnimationLayersControl::SetLayerGlobalWeight(int index, float weight) {
-  if (!layers_ || !std::isfinite(weight) || !layers_->GetWeightControl(index)) return;
-  Held([&] { layers_->SetWeight(index, weight, Now()); });
+  if (layers_) layers_->SetWeight(index, weight, Now());
 }
 
 Control* AnimationLayersControl::GetLayerGlobalWeightControl(int index) {
@@ -265,9 +265,7 @@ Control* AnimationLayersControl::GetLayerGlobalWeightControl(int index) {
 }
 
 void AnimationLayersControl::SetLayerGlobalWeightControl(int index, Control* control) {
-  if (!layers_ || index < 0 || index >= layers_->GetLayerCount()) return;
-  if (control && control->SuperClassID() != CTRL_FLOAT_CLASS_ID) return;
-  Held([&] { layers_->SetWeightControl(index, control); });
+  if (layers_) layers_->SetWeightControl(index, control);
 }
 
 float AnimationLayersControl::GetLayerLocalWeight(int index) {
@@ -276,9 +274,7 @@ float AnimationLayersControl::GetLayerLocalWeight(int index) {
 }
 
 void AnimationLayersControl::SetLayerLocalWeight(int index, float weight) {
-  if (!layers_ || !local_weights_ || !std::isfinite(weight)) return;
-  if (!local_weights_->GetWeightControl(index)) return;
-  Held([&] { local_weights_->SetWeight(index, weight, Now()); });
+  if (layers_ && local_weights_) local_weights_->SetWeight(index, weight, Now());
 }
 
 Control* AnimationLayersControl::GetLayerLocalWeightControl(int index) {
@@ -286,11 +282,7 @@ Control* AnimationLayersControl::GetLayerLocalWeightControl(int index) {
 }
 
 void AnimationLayersControl::SetLayerLocalWeightControl(int index, Control* control) {
-  if (!layers_ || !local_weights_ || index < 0 || index >= local_weights_->WeightTab().Count()) {
-    return;
-  }
-  if (control && control->SuperClassID() != CTRL_FLOAT_CLASS_ID) return;
-  Held([&] { local_weights_->SetWeightControl(index, control); });
+  if (layers_ && local_weights_) local_weights_->SetWeightControl(index, control);
 }
 
 int AnimationLayersControl::GetActiveLayer() { return layers_ ? layers_->GetActiveLayer() : 0; }
