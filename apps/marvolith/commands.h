@@ -83,4 +83,8 @@ inline std::string Plain(const std::string& error) {
 /// Reports a failure: one line on stderr, and the exit code to return.
 int Fail(const std::string& message);
 
+/// Opens the scene file at path, printing its load notes on stderr; refuses with the load's
+/// error.
+void LoadSceneOrRefuse(const std::string& path);
+
 }  // namespace marvolith::cli

@@ -148,13 +148,6 @@ void CheckLayerOrRefuse(int layer, int count, int first = 1) {
   }
 }
 
-void LoadSceneOrRefuse(const std::string& path) {
-  std::string error;
-  std::vector<std::string> notes;
-  if (!LoadScene(path, &error, &notes)) Refuse(Plain(error));
-  for (const std::string& note : notes) std::fprintf(stderr, "%s\n", Plain(note).c_str());
-}
-
 void SaveSceneOrRefuse(const std::string& scene, const std::string& out) {
   std::string error;
   if (!SaveScene(out.empty() ? scene : out, &error)) Refuse(Plain(error));

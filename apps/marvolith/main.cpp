@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "apps/marvolith/commands.h"
+#include "host/app/scene_file.h"
 #include "plugin/version.h"
 
 namespace marvolith::cli {
@@ -17,6 +19,13 @@ const char* VersionText() {
 int Fail(const std::string& message) {
   std::fprintf(stderr, "marvolith: %s\n", message.c_str());
   return 1;
+}
+
+void LoadSceneOrRefuse(const std::string& path) {
+  std::string error;
+  std::vector<std::string> notes;
+  if (!LoadScene(path, &error, &notes)) Refuse(Plain(error));
+  for (const std::string& note : notes) std::fprintf(stderr, "%s\n", Plain(note).c_str());
 }
 
 }  // namespace marvolith::cli

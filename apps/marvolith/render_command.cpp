@@ -66,10 +66,8 @@ void AddRenderCommand(CLI::App& app) {
   render->callback([] {
     if (!ImageFormatForPath(out_value))
       Refuse("the picture file '" + out_value + "' must end in .png or .svg");
+    LoadSceneOrRefuse(scene_value);
     std::string error;
-    std::vector<std::string> notes;
-    if (!LoadScene(scene_value, &error, &notes)) Refuse(Plain(error));
-    for (const std::string& note : notes) std::fprintf(stderr, "%s\n", Plain(note).c_str());
     Interface* ip = GetCOREInterface();
     const TimeValue t = frame_value * ip->GetTicksPerFrame();
     int drawn = 0;

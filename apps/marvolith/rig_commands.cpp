@@ -74,13 +74,6 @@ INode* FindRigNodeOrRefuse(const std::string& scene, const std::string& name) {
   return found;
 }
 
-void LoadSceneOrRefuse(const std::string& path) {
-  std::string error;
-  std::vector<std::string> notes;
-  if (!LoadScene(path, &error, &notes)) Refuse(Plain(error));
-  for (const std::string& note : notes) std::fprintf(stderr, "%s\n", Plain(note).c_str());
-}
-
 // Calls the Rig object's published function with one file name; its bool answer.
 bool CallFileFunction(INode* node, const char* function, const std::string& path) {
   FPInterface* fpi = RigInterfaceWith(node->GetObjectRef(), function);

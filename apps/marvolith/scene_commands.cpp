@@ -69,13 +69,6 @@ std::optional<FrameRange> ParseFrames(const std::string& text) {
   return r;
 }
 
-void Load(const std::string& path) {
-  std::string error;
-  std::vector<std::string> notes;
-  if (!LoadScene(path, &error, &notes)) Refuse(Plain(error));
-  for (const std::string& note : notes) std::fprintf(stderr, "%s\n", Plain(note).c_str());
-}
-
 }  // namespace
 
 void AddSceneCommands(CLI::App& app) {
@@ -89,7 +82,7 @@ void AddSceneCommands(CLI::App& app) {
   auto* info_file = &info_file_value;
   info->add_option("FILE", *info_file, "Scene file")->required();
   info->callback([info_file] {
-    Load(*info_file);
+    LoadSceneOrRefuse(*info_file);
     Interface* ip = GetCOREInterface();
     std::vector<INode*> nodes;
     Scene::Active().CollectNodes(nodes);
@@ -114,7 +107,7 @@ void AddSceneCommands(CLI::App& app) {
     if (!range) {
       Refuse("--frames wants A:B or A:B:STEP with A <= B and STEP > 0, not '" + *eval_frames + "'");
     }
-    Load(*eval_file);
+    LoadSceneOrRefuse(*eval_file);
     Interface* ip = GetCOREInterface();
     INode* node = ip->GetINodeByName(eval_node->c_str());
     if (!node) Refuse("no node called '" + *eval_node + "' in the scene");
@@ -135,7 +128,7 @@ void AddSceneCommands(CLI::App& app) {
   resave->add_option("IN", *resave_in, "Scene file to read")->required();
   resave->add_option("OUT", *resave_out, "Scene file to write")->required();
   resave->callback([resave_in, resave_out] {
-    Load(*resave_in);
+    LoadSceneOrRefuse(*resave_in);
     std::string error;
     if (!SaveScene(*resave_out, &error)) Refuse(Plain(error));
   });
